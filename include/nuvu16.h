@@ -1,0 +1,190 @@
+/*
+ * nuvu16.h - the C runtime in UTF-16 form.
+ *
+ * One header for C99 and C++.  Text is NUV_UTF16: char16_t in C++, uint16_t in C
+ * (the same ABI).  All lengths and counts are in 16-bit units unless a name
+ * ends in RFB or R, whose forms work on 8-bit bytes.
+ *
+ * Every declaration marked NUV_API is exported from libnuvucum.so; a test
+ * holds the shared library's dynamic symbol table against this file, so a
+ * declaration here is a promise that the symbol exists.
+ */
+#ifndef NUVU16_H
+#define NUVU16_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdarg.h>
+#include <time.h>
+
+#ifdef __cplusplus
+typedef char16_t NUV_UTF16;
+#define NUV_EXTERN_C_BEGIN extern "C" {
+#define NUV_EXTERN_C_END }
+#else
+typedef uint16_t NUV_UTF16;
+#define NUV_EXTERN_C_BEGIN
+#define NUV_EXTERN_C_END
+#endif
+
+#define NUV_API __attribute__((visibility("default")))
+
+NUV_EXTERN_C_BEGIN
+
+/* ======================================================================
+ * Strings (zero-terminated NUV_UTF16 text)
+ * ====================================================================== */
+NUV_API long strlenU16(const NUV_UTF16 *s);
+NUV_API long strlenU(const NUV_UTF16 *s);
+NUV_API size_t strnlenU16(const NUV_UTF16 *s, size_t max);
+NUV_API size_t strnlenRFB(const char *s, size_t max);
+NUV_API NUV_UTF16 *strcatU16(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API NUV_UTF16 *strcatU(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API NUV_UTF16 *strncatU16(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+NUV_API NUV_UTF16 *strncatU(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+NUV_API NUV_UTF16 *strcpyU16(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API NUV_UTF16 *strcpyU(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API NUV_UTF16 *strncpyU16(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+NUV_API NUV_UTF16 *strncpyU(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+NUV_API int strcmpU16(const NUV_UTF16 *a, const NUV_UTF16 *b);
+NUV_API int strcmpU(const NUV_UTF16 *a, const NUV_UTF16 *b);
+NUV_API int strncmpU16(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API int strncmpU(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API NUV_UTF16 *strchrU16(const NUV_UTF16 *s, int unit);
+NUV_API NUV_UTF16 *strchrU(const NUV_UTF16 *s, int unit);
+NUV_API NUV_UTF16 *strrchrU16(const NUV_UTF16 *s, int unit);
+NUV_API NUV_UTF16 *strrchrU(const NUV_UTF16 *s, int unit);
+NUV_API NUV_UTF16 *strpbrkU16(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API NUV_UTF16 *strpbrkU(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API size_t strspnU16(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API size_t strspnU(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API size_t strcspnU16(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API size_t strcspnU(const NUV_UTF16 *s, const NUV_UTF16 *set);
+NUV_API NUV_UTF16 *strstrU16(const NUV_UTF16 *haystack, const NUV_UTF16 *needle);
+NUV_API NUV_UTF16 *strstrU(const NUV_UTF16 *haystack, const NUV_UTF16 *needle);
+NUV_API NUV_UTF16 *strdupU16(const NUV_UTF16 *s);
+NUV_API NUV_UTF16 *strdupU(const NUV_UTF16 *s);
+NUV_API NUV_UTF16 *strtokU16(NUV_UTF16 *s, const NUV_UTF16 *delim);
+NUV_API NUV_UTF16 *strtokU(NUV_UTF16 *s, const NUV_UTF16 *delim);
+NUV_API NUV_UTF16 *strtok_rU16(NUV_UTF16 *s, const NUV_UTF16 *delim, NUV_UTF16 **saved);
+NUV_API NUV_UTF16 *strtok_rU(NUV_UTF16 *s, const NUV_UTF16 *delim, NUV_UTF16 **saved);
+NUV_API char *strtok_rRFB(char *s, const char *delim, char **saved);
+
+/* Bounded copies: 0, or ERANGE (34) returned (errno untouched). */
+NUV_API int strcat_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src);
+NUV_API int strcat_sRFB(char *dest, size_t size, const char *src);
+NUV_API int strncat_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src, size_t count);
+NUV_API int strncat_sRFB(char *dest, size_t size, const char *src, size_t count);
+NUV_API int strcpy_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src);
+NUV_API int strcpy_sRFB(char *dest, size_t size, const char *src);
+NUV_API int strncpy_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src, size_t count);
+NUV_API int strncpy_sRFB(char *dest, size_t size, const char *src, size_t count);
+
+/* ======================================================================
+ * Memory (counts in units unless RFB/R)
+ * ====================================================================== */
+NUV_API int memcmpU16(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API int memcmpU(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API NUV_UTF16 *memchrU16(const NUV_UTF16 *s, int unit, size_t n);
+NUV_API NUV_UTF16 *memchrU(const NUV_UTF16 *s, int unit, size_t n);
+NUV_API NUV_UTF16 *memsetU16(NUV_UTF16 *s, int unit, size_t n);
+NUV_API NUV_UTF16 *memsetU(NUV_UTF16 *s, int unit, size_t n);
+NUV_API int memcpy_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src, size_t count);
+NUV_API int memcpy_sRFB(void *dest, size_t size, const void *src, size_t count);
+NUV_API int memmove_sU16(NUV_UTF16 *dest, size_t size, const NUV_UTF16 *src, size_t count);
+NUV_API int memmove_sRFB(void *dest, size_t size, const void *src, size_t count);
+NUV_API NUV_UTF16 *memcpyU(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+NUV_API NUV_UTF16 *memmoveU(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n);
+/* Overlap-guarded copies: report and abort unless NUVMEMCPYCHK is "0". */
+NUV_API NUV_UTF16 *memcpyUChk(NUV_UTF16 *dest, const NUV_UTF16 *src, size_t n, const char *file, int line);
+NUV_API void *memcpyRChk(void *dest, const void *src, size_t n, const char *file, int line);
+NUV_API NUV_UTF16 *mallocU(size_t n);
+NUV_API NUV_UTF16 *reallocU(void *p, size_t n);
+NUV_API NUV_UTF16 *callocU(size_t count, size_t n);
+NUV_API int mblenU(const NUV_UTF16 *s, size_t n);
+NUV_API int checkArgs(const void *stream, const void *buffer, size_t size, size_t count);
+
+/* ======================================================================
+ * Diagnostics and trace
+ * ====================================================================== */
+typedef int (*NUV_TRACE_FUNC)(const char *text, int length);
+
+#define U16_TRACE_NONE 0u
+#define U16_TRACE_LOW 1u
+#define U16_TRACE_MEDIUM 4u
+#define U16_TRACE_HIGH 16u
+
+NUV_API extern uint32_t u16_trace_level;
+NUV_API extern NUV_TRACE_FUNC u16_trace_func;
+NUV_API extern char u16_cmdline[257];
+NUV_API extern int32_t u16_cmdline_traced;
+NUV_API extern int32_t nlsui_init_trace_level;
+NUV_API extern int32_t no_fgetcU_errors_max;
+NUV_API extern int32_t fgetcU_errors_interval;
+
+NUV_API void u16_set_trace(NUV_TRACE_FUNC func, uint32_t level);
+NUV_API void setTraceLibu16U16(NUV_TRACE_FUNC func, uint32_t level);
+NUV_API void nlsui_set_trace(NUV_TRACE_FUNC func, uint32_t level);
+NUV_API void u16_set_trace_func(NUV_TRACE_FUNC func);
+NUV_API void nlsui_set_trace_func(NUV_TRACE_FUNC func);
+NUV_API void u16_set_cmdline(const char *text);
+NUV_API void u16_set_fgetcU_error_parameters(int32_t max_count, int32_t interval_seconds);
+
+NUV_API int u16_trace_to_stderr(const char *text, int length);
+NUV_API int u16_traceMsg(const char *message, const char *source_file, int line, int with_end_line);
+NUV_API int u16_endTraceMsg(void);
+
+NUV_API void u16_internalErrorMsg(const char *source_file, int line);
+NUV_API void nlsui_internalErrorMsg(const char *source_file, int line);
+NUV_API void u16_array_short(const char *length_name, const char *function_name, const char *array_name,
+                             const char *source_file, int line);
+NUV_API void nlsui_array_short(const char *length_name, const char *function_name, const char *array_name,
+                               const char *source_file, int line);
+NUV_API void u16_malloc_error(const char *function_name, const char *source_file, int line);
+NUV_API void nlsui_malloc_error(const char *function_name, const char *source_file, int line);
+NUV_API void u16_utf8conv_error(NUV_UTF16 *target, const char *source, long target_length,
+                                const char *source_file, int line, const char *function_name);
+NUV_API void nlsui_utf8conv_error(NUV_UTF16 *target, const char *source, long target_length,
+                                  const char *source_file, int line, const char *function_name);
+NUV_API void u16_unknownFormatStr(const NUV_UTF16 *format, NUV_UTF16 ch, const char *source_file, int line);
+NUV_API void u16_traceFopen(const char *path, int fd, const char *opener, const char *source_file, int line);
+NUV_API void nlsui_traceFopen(const NUV_UTF16 *path, int fd, const char *opener, const char *source_file,
+                              int line);
+NUV_API const NUV_UTF16 *dbgAlignCheckStringU16(const NUV_UTF16 *s);
+NUV_API NUV_UTF16 *nlsui_cast_raw2uc(const void *p, const NUV_UTF16 *file_name, int line);
+
+NUV_API void u16_rawDump(const void *bytes, long count);
+NUV_API void u16_rawStrDump(const char *text);
+NUV_API void u16_charDump(const NUV_UTF16 *units, long count);
+NUV_API void u16_rawAndCharDump(const unsigned char *bad_bytes_record, const NUV_UTF16 *buffer_start,
+                                const NUV_UTF16 *buffer_position);
+NUV_API void u16_rawFileDumpOpt(FILE *stream);
+
+/* ======================================================================
+ * Character classes and case (added by the ctype subsystem)
+ * ====================================================================== */
+
+/* ======================================================================
+ * Formatted output (added by the printf subsystem)
+ * ====================================================================== */
+
+/* ======================================================================
+ * Stream output (added by the stream subsystem)
+ * ====================================================================== */
+
+/* ======================================================================
+ * Stream input and typed readers (added by the stream subsystem)
+ * ====================================================================== */
+
+/* ======================================================================
+ * Number parsing (added by the number subsystem)
+ * ====================================================================== */
+
+/* ======================================================================
+ * Formatted input (added by the scanf subsystem)
+ * ====================================================================== */
+
+NUV_EXTERN_C_END
+
+#endif /* NUVU16_H */
