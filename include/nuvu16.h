@@ -165,6 +165,22 @@ NUV_API void u16_rawFileDumpOpt(FILE *stream);
  * Character classes and case (added by the ctype subsystem)
  * ====================================================================== */
 
+/* Fixed classes and simple case mapping from the Unicode 3.1 tables (BMP).
+ * The table-backed class tests take 0..0xFFFF only; iscntrlU16, isspaceU16,
+ * isxdigitU16 and the case functions accept any value. */
+NUV_API int32_t isupperU16(int32_t c);
+NUV_API int32_t islowerU16(int32_t c);
+NUV_API int32_t isalphaU16(int32_t c);
+NUV_API int32_t isalnumU16(int32_t c);
+NUV_API int32_t isprintU16(int32_t c);
+NUV_API int32_t isgraphU16(int32_t c);
+NUV_API int32_t ispunctU16(int32_t c);
+NUV_API int32_t isxdigitU16(int32_t c);
+NUV_API int32_t isspaceU16(int32_t c);
+NUV_API int32_t iscntrlU16(int32_t c);
+NUV_API int32_t tolowerU16(int32_t c);
+NUV_API int32_t toupperU16(int32_t c);
+
 /* ======================================================================
  * Formatted output (added by the printf subsystem)
  * ====================================================================== */
