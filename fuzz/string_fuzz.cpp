@@ -25,7 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   buf[offset + n] = 0;
   const char16_t* s = buf.data() + offset;
 
-  const nuv::ScanKernels* variants[2] = {&nuv::kScanSse2, nuv::cpu_has_avx2() ? &nuv::kScanAvx2 : &nuv::kScanSse2};
+  const nuv::ScanKernels* variants[3] = {&nuv::kScanSse2, nuv::cpu_has_avx2() ? &nuv::kScanAvx2 : &nuv::kScanSse2,
+                                         nuv::cpu_has_avx512bw() ? &nuv::kScanAvx512 : &nuv::kScanSse2};
   for (const auto* k : variants) {
     if (k->strlen(s) != nuv::strlen_ref(s)) abort();
     if (max && k->strnlen(s, max) != nuv::strnlen_ref(s, max)) abort();

@@ -57,13 +57,18 @@ void* guarded_copy(void* dest, const void* src, std::size_t len, std::size_t n, 
 
 extern "C" {
 
+// Short counts stay in a plain loop: cheaper than reaching a kernel.
+constexpr size_t kShort = 16;
+
 NUV_API int memcmpU16(const NUV_UTF16* a, const NUV_UTF16* b, size_t n) {
+  if (n < kShort) return nuv::memcmp_ref(a, b, n);
   return nuv::scan_kernels().memcmp(a, b, n);
 }
 
 NUV_API NUV_UTF16* memchrU16(const NUV_UTF16* s, int unit, size_t n) {
-  if (n == 0) return nullptr;
-  return const_cast<NUV_UTF16*>(nuv::scan_kernels().memchr(s, static_cast<NUV_UTF16>(unit), n));
+  const auto c = static_cast<NUV_UTF16>(unit);
+  if (n < kShort) return const_cast<NUV_UTF16*>(nuv::memchr_ref(s, c, n));
+  return const_cast<NUV_UTF16*>(nuv::scan_kernels().memchr(s, c, n));
 }
 
 NUV_API NUV_UTF16* memsetU16(NUV_UTF16* s, int unit, size_t n) {

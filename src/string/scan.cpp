@@ -11,17 +11,25 @@ constexpr std::uint64_t kHigh = 0x8001000100010000ull;   // == ~kMagic
 
 inline bool maybe_zero_unit(std::uint64_t w) { return (((w + kMagic) ^ ~w) & kHigh) != 0; }
 
-const ScanKernels* choose() { return cpu_has_avx2() ? &kScanAvx2 : &kScanSse2; }
 }  // namespace
+
+const ScanKernels* g_scan = &kScanSse2;
+
+__attribute__((constructor)) static void choose_scan_kernels() {
+  if (cpu_has_avx512bw())
+    g_scan = &kScanAvx512;
+  else if (cpu_has_avx2())
+    g_scan = &kScanAvx2;
+}
 
 bool cpu_has_avx2() {
   __builtin_cpu_init();
   return __builtin_cpu_supports("avx2");
 }
 
-const ScanKernels& scan_kernels() {
-  static const ScanKernels* const k = choose();
-  return *k;
+bool cpu_has_avx512bw() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
 }
 
 // Singles until the address is a multiple of 8, then whole aligned words; a
@@ -55,28 +63,6 @@ NUV_NO_ASAN std::size_t strnlen_ref(const char16_t* s, std::size_t max) {
   for (; left; ++p, --left)
     if (unit_at(p) == 0) return static_cast<std::size_t>(p - s);
   return max;
-}
-
-const char16_t* strchr_ref(const char16_t* s, char16_t c) {
-  for (;; ++s) {
-    char16_t u = unit_at(s);
-    if (u == c) return s;
-    if (u == 0) return nullptr;
-  }
-}
-
-const char16_t* memchr_ref(const char16_t* s, char16_t c, std::size_t n) {
-  for (; n; --n, ++s)
-    if (unit_at(s) == c) return s;
-  return nullptr;
-}
-
-int memcmp_ref(const char16_t* a, const char16_t* b, std::size_t n) {
-  for (; n; --n, ++a, ++b) {
-    char16_t x = unit_at(a), y = unit_at(b);
-    if (x != y) return int(x) - int(y);
-  }
-  return 0;
 }
 
 }  // namespace nuv

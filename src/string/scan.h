@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "common/nuv_internal.h"
+
 namespace nuv {
 
 struct ScanKernels {
@@ -15,15 +17,39 @@ struct ScanKernels {
 };
 
 extern const ScanKernels kScanSse2;
-extern const ScanKernels kScanAvx2;  // only valid when the CPU has AVX2
+extern const ScanKernels kScanAvx2;    // only valid when the CPU has AVX2
+extern const ScanKernels kScanAvx512;  // only valid when the CPU has AVX-512BW
 bool cpu_has_avx2();
-const ScanKernels& scan_kernels();  // the best for this CPU
+bool cpu_has_avx512bw();
+// The best for this CPU; chosen before main, SSE2 until then.
+extern const ScanKernels* g_scan;
+inline const ScanKernels& scan_kernels() { return *g_scan; }
 
 // Scalar references: the word-at-a-time zero test on aligned 64-bit words.
 std::size_t strlen_ref(const char16_t* s);
 std::size_t strnlen_ref(const char16_t* s, std::size_t max);
-const char16_t* strchr_ref(const char16_t* s, char16_t c);
-const char16_t* memchr_ref(const char16_t* s, char16_t c, std::size_t n);
-int memcmp_ref(const char16_t* a, const char16_t* b, std::size_t n);
+
+inline const char16_t* strchr_ref(const char16_t* s, char16_t c) {
+  for (;; ++s) {
+    char16_t u = unit_at(s);
+    if (u == c) return s;
+    if (u == 0) return nullptr;
+  }
+}
+
+inline const char16_t* memchr_ref(const char16_t* s, char16_t c, std::size_t n) {
+  for (; n; --n, ++s)
+    if (unit_at(s) == c) return s;
+  return nullptr;
+}
+
+inline int memcmp_ref(const char16_t* a, const char16_t* b, std::size_t n) {
+  for (; n; --n, ++a, ++b) {
+    char16_t x = unit_at(a), y = unit_at(b);
+    if (x != y) return int(x) - int(y);
+  }
+  return 0;
+}
+
 
 }  // namespace nuv

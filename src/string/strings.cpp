@@ -1,5 +1,7 @@
 // Zero-terminated UTF-16 string functions.  Units are unsigned and unpaired:
 // a surrogate is just a unit here.
+#include <emmintrin.h>
+
 #include <cerrno>
 #include <cstdlib>
 
@@ -10,8 +12,52 @@ namespace {
 
 inline bool even(const void* p) { return (reinterpret_cast<std::uintptr_t>(p) & 1) == 0; }
 
+// Zero lanes of the aligned 16-byte block holding s, from s on.  Short
+// strings end here and never pay for the kernel call.
+NUV_NO_ASAN inline std::uint32_t first_block_zeros(const NUV_UTF16* s) {
+  const auto a = reinterpret_cast<std::uintptr_t>(s);
+  const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(a & ~std::uintptr_t{15}));
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(v, _mm_setzero_si128()))) >> (a & 15);
+}
+
+NUV_NO_ASAN inline std::uint32_t first_block_matches(const NUV_UTF16* s, NUV_UTF16 c) {
+  const auto a = reinterpret_cast<std::uintptr_t>(s);
+  const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(a & ~std::uintptr_t{15}));
+  const __m128i cv = _mm_set1_epi16(static_cast<short>(c));
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(v, cv))) >> (a & 15);
+}
+
 inline std::size_t ulen(const NUV_UTF16* s) {
-  return even(s) ? nuv::scan_kernels().strlen(s) : nuv::strlen_ref(s);
+  if (!even(s)) return nuv::strlen_ref(s);
+  if (std::uint32_t m = first_block_zeros(s)) return static_cast<std::size_t>(__builtin_ctz(m)) >> 1;
+  return nuv::scan_kernels().strlen(s);
+}
+
+// Copies len units and the terminator; short strings with a few overlapping
+// fixed-size moves instead of a library call.
+inline void copy_with_terminator(NUV_UTF16* dest, const NUV_UTF16* src, std::size_t len) {
+  const std::size_t bytes = (len + 1) * sizeof(NUV_UTF16);
+  auto* d = reinterpret_cast<char*>(dest);
+  const auto* s = reinterpret_cast<const char*>(src);
+  if (bytes <= 16) {
+    if (bytes >= 8) {
+      std::uint64_t x, y;
+      std::memcpy(&x, s, 8);
+      std::memcpy(&y, s + bytes - 8, 8);
+      std::memcpy(d, &x, 8);
+      std::memcpy(d + bytes - 8, &y, 8);
+    } else if (bytes >= 4) {
+      std::uint32_t x, y;
+      std::memcpy(&x, s, 4);
+      std::memcpy(&y, s + bytes - 4, 4);
+      std::memcpy(d, &x, 4);
+      std::memcpy(d + bytes - 4, &y, 4);
+    } else {
+      std::memcpy(d, s, 2);
+    }
+    return;
+  }
+  std::memcpy(d, s, bytes);
 }
 
 inline bool in_set(NUV_UTF16 u, const NUV_UTF16* set) {
@@ -45,11 +91,17 @@ NUV_API long strlenU16(const NUV_UTF16* s) { return static_cast<long>(ulen(s)); 
 
 NUV_API size_t strnlenU16(const NUV_UTF16* s, size_t max) {
   if (max == 0) return 0;
-  return even(s) ? nuv::scan_kernels().strnlen(s, max) : nuv::strnlen_ref(s, max);
+  if (!even(s)) return nuv::strnlen_ref(s, max);
+  // The first block overlaps [s, s + max) whatever max is.
+  if (std::uint32_t m = first_block_zeros(s)) {
+    std::size_t n = static_cast<std::size_t>(__builtin_ctz(m)) >> 1;
+    return n < max ? n : max;
+  }
+  return nuv::scan_kernels().strnlen(s, max);
 }
 
 NUV_API NUV_UTF16* strcpyU16(NUV_UTF16* dest, const NUV_UTF16* src) {
-  std::memcpy(dest, src, (ulen(src) + 1) * sizeof(NUV_UTF16));
+  copy_with_terminator(dest, src, ulen(src));
   return dest;
 }
 
@@ -90,8 +142,13 @@ NUV_API int strncmpU16(const NUV_UTF16* a, const NUV_UTF16* b, size_t n) {
 
 NUV_API NUV_UTF16* strchrU16(const NUV_UTF16* s, int unit) {
   const auto c = static_cast<NUV_UTF16>(unit);
-  const NUV_UTF16* r = even(s) ? nuv::scan_kernels().strchr(s, c) : nuv::strchr_ref(s, c);
-  return const_cast<NUV_UTF16*>(r);
+  if (!even(s)) return const_cast<NUV_UTF16*>(nuv::strchr_ref(s, c));
+  // A short string that ends in its first block: the first zero or c decides.
+  if (std::uint32_t m = first_block_zeros(s)) {
+    const NUV_UTF16* p = s + (__builtin_ctz(m | first_block_matches(s, c)) >> 1);
+    return *p == c ? const_cast<NUV_UTF16*>(p) : nullptr;
+  }
+  return const_cast<NUV_UTF16*>(nuv::scan_kernels().strchr(s, c));
 }
 
 NUV_API NUV_UTF16* strrchrU16(const NUV_UTF16* s, int unit) {

@@ -21,6 +21,7 @@ struct Variant {
 std::vector<Variant> variants() {
   std::vector<Variant> v{{"sse2", &nuv::kScanSse2}};
   if (nuv::cpu_has_avx2()) v.push_back({"avx2", &nuv::kScanAvx2});
+  if (nuv::cpu_has_avx512bw()) v.push_back({"avx512", &nuv::kScanAvx512});
   return v;
 }
 
