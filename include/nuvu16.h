@@ -192,6 +192,22 @@ NUV_API int32_t toupperU16(int32_t c);
 /* ======================================================================
  * Stream input and typed readers (added by the stream subsystem)
  * ====================================================================== */
+/* One character from a UTF-8 stream, without locking: the code point (up to
+ * 0x10FFFF), '#' for a rejected sequence (errno and *status EILSEQ, its bytes
+ * in bad_bytes: a count 1..4, then the bytes), or -1 at end of file. */
+NUV_API int getc_unlockedU16_errno(FILE *stream, unsigned char bad_bytes[5], int *status);
+NUV_API int getc_unlockedU16(FILE *stream, unsigned char bad_bytes[5]);
+/* One unit; characters beyond U+FFFF come back as 0xFFFD.  Reports are throttled. */
+NUV_API int fgetcU16(FILE *stream);
+NUV_API int fgetcU(FILE *stream);
+NUV_API NUV_UTF16 *fgetsU16(NUV_UTF16 *buffer, int capacity, FILE *stream);
+NUV_API NUV_UTF16 *fgetsU(NUV_UTF16 *buffer, int capacity, FILE *stream);
+NUV_API size_t freadU16(NUV_UTF16 *buffer, size_t size, size_t count, FILE *stream);
+NUV_API size_t freadU(NUV_UTF16 *buffer, size_t size, size_t count, FILE *stream);
+NUV_API NUV_UTF16 *getsU16(NUV_UTF16 *buffer);
+NUV_API NUV_UTF16 *getsU(NUV_UTF16 *buffer);
+NUV_API NUV_UTF16 *gets_sU16(NUV_UTF16 *buffer, size_t capacity);
+NUV_API char *gets_sRFB(char *buffer, size_t capacity);
 
 /* ======================================================================
  * Number parsing (added by the number subsystem)

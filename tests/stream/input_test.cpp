@@ -1,0 +1,427 @@
+// The UTF-8 stream readers held against the reference decoder on seeded random
+// streams, plus the reports and the fgetcU16 throttle.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "nuvu16.h"
+#include "stream/utf8_decode.h"
+#include "support/recording_trace.h"
+#include "utf8_stream_model.h"
+
+using nuvtest::after_header;
+using nuvtest::Buffering;
+using nuvtest::RecordingTrace;
+using nuvtest::ref_decode;
+using nuvtest::RefChar;
+using nuvtest::TempStream;
+
+namespace {
+
+const std::string kEnd = "--- Unicode interface ------ End of message ------";
+
+struct Case {
+  uint32_t seed;
+  size_t pieces;
+  int bad_percent;
+  Buffering buffering;
+};
+
+std::vector<Case> cases() {
+  std::vector<Case> v;
+  const Buffering bufs[] = {Buffering::Default, Buffering::None, Buffering::Tiny7};
+  uint32_t seed = 1;
+  for (auto b : bufs)
+    for (int bad : {0, 5, 40})
+      for (size_t pieces : {size_t{0}, size_t{1}, size_t{37}, size_t{9000}}) v.push_back({seed++, pieces, bad, b});
+  return v;
+}
+
+class StreamReaders : public ::testing::TestWithParam<Case> {
+ protected:
+  std::vector<uint8_t> bytes;
+  std::vector<RefChar> chars;
+  void SetUp() override {
+    const Case& c = GetParam();
+    bytes = nuvtest::random_stream(c.seed, c.pieces, c.bad_percent);
+    chars = ref_decode(bytes);
+  }
+};
+
+TEST_P(StreamReaders, DecoderMatchesReferenceWithRecordsAndErrno) {
+  TempStream s(bytes, GetParam().buffering);
+  for (size_t i = 0; i <= chars.size(); ++i) {
+    unsigned char rec[5] = {0, 0, 0, 0, 0};
+    int status = -7;
+    errno = 0;
+    int c = getc_unlockedU16_errno(s.f, rec, &status);
+    if (i == chars.size()) {
+      EXPECT_EQ(c, -1);
+      EXPECT_EQ(status, 0);
+      break;
+    }
+    const RefChar& r = chars[i];
+    ASSERT_EQ(c, r.c) << "character " << i;
+    EXPECT_EQ(status, r.bad ? EILSEQ : 0);
+    EXPECT_EQ(errno, r.bad ? EILSEQ : 0);
+    if (r.bad) {
+      ASSERT_EQ(rec[0], r.bytes.size());
+      EXPECT_EQ(0, std::memcmp(rec + 1, r.bytes.data(), r.bytes.size()));
+    }
+  }
+}
+
+// Model of one fgetsU16 call over reference characters.
+bool model_fgets(const std::vector<RefChar>& chars, size_t& i, int cap, std::u16string& out) {
+  out.clear();
+  if (cap <= 1) return true;
+  const size_t limit = static_cast<size_t>(cap) - 1;
+  while (out.size() < limit) {
+    if (i == chars.size()) return !out.empty();
+    int32_t c = chars[i++].c;
+    if (c < 0x10000) {
+      out.push_back(static_cast<char16_t>(c));
+      if (c == '\n') break;
+      continue;
+    }
+    out.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+    if (out.size() == limit) break;
+    out.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+  }
+  return true;
+}
+
+TEST_P(StreamReaders, FgetsEveryCapacity) {
+  RecordingTrace quiet(0);
+  const int caps[] = {2, 3, 4, 5, 7, 16, 17, 18, 31, 33, 100, 4097};
+  for (int cap : caps) {
+    TempStream s(bytes, GetParam().buffering);
+    size_t i = 0;
+    std::vector<NUV_UTF16> buf(static_cast<size_t>(cap) + 1, 0x5555);
+    for (int call = 0;; ++call) {
+      std::u16string want;
+      bool have = model_fgets(chars, i, cap, want);
+      std::fill(buf.begin(), buf.end(), 0x5555);
+      NUV_UTF16* r = fgetsU16(buf.data(), cap, s.f);
+      if (!have) {
+        EXPECT_EQ(r, nullptr);
+        EXPECT_EQ(buf[0], 0x5555) << "untouched at end of file";
+        break;
+      }
+      ASSERT_EQ(r, buf.data()) << "cap " << cap << " call " << call;
+      // Compare by length: an overlong C0 80 stores a zero unit inside the line.
+      ASSERT_EQ(std::u16string(reinterpret_cast<char16_t*>(buf.data()), want.size()), want)
+          << "cap " << cap << " call " << call;
+      ASSERT_EQ(buf[want.size()], 0);
+      ASSERT_LT(call, 100000);
+    }
+  }
+}
+
+TEST_P(StreamReaders, FreadInElements) {
+  const size_t sizes[] = {1, 2, 3, 8};
+  for (size_t size : sizes) {
+    TempStream s(bytes, GetParam().buffering);
+    std::u16string all;
+    for (const auto& r : chars) {
+      if (r.c < 0x10000) {
+        all.push_back(static_cast<char16_t>(r.c));
+      } else {
+        all.push_back(static_cast<char16_t>(0xD800 + ((r.c - 0x10000) >> 10)));
+        all.push_back(static_cast<char16_t>(0xDC00 + (r.c & 0x3FF)));
+      }
+    }
+    // Read the whole stream in blocks of 5 elements; a pair that straddles
+    // the block end loses its low half, so compare with a model of that.
+    std::u16string got, want;
+    size_t ci = 0;
+    for (;;) {
+      std::vector<NUV_UTF16> buf(5 * size);
+      size_t n = freadU16(buf.data(), size, 5, s.f);
+      size_t units = 0;
+      size_t total = 5 * size;
+      std::u16string block;
+      while (units < total && ci < chars.size()) {
+        int32_t c = chars[ci++].c;
+        if (c < 0x10000) {
+          block.push_back(static_cast<char16_t>(c));
+          ++units;
+        } else {
+          block.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+          if (++units == total) break;
+          block.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+          ++units;
+        }
+      }
+      ASSERT_EQ(n, units / size);
+      got.append(reinterpret_cast<char16_t*>(buf.data()), units);
+      want += block;
+      if (units < total) break;
+    }
+    EXPECT_EQ(got, want);
+  }
+}
+
+TEST_P(StreamReaders, FgetcGivesUnitsAndReplacesAstral) {
+  RecordingTrace quiet(0);
+  TempStream s(bytes, GetParam().buffering);
+  for (const auto& r : chars) ASSERT_EQ(fgetcU16(s.f), r.c > 0xFFFF ? 0xFFFD : r.c);
+  EXPECT_EQ(fgetcU16(s.f), -1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeded, StreamReaders, ::testing::ValuesIn(cases()));
+
+std::vector<uint8_t> B(std::initializer_list<int> v) {
+  std::vector<uint8_t> o;
+  for (int x : v) o.push_back(static_cast<uint8_t>(x));
+  return o;
+}
+
+TEST(Fgets, AstralPairAndSplitAtCapacityTwo) {
+  TempStream s(B({0xF0, 0x9F, 0x98, 0x80, 'x'}));
+  NUV_UTF16 buf[4];
+  ASSERT_EQ(fgetsU16(buf, 2, s.f), buf);
+  EXPECT_EQ(buf[0], 0xD83D);
+  EXPECT_EQ(buf[1], 0);
+  ASSERT_EQ(fgetsU16(buf, 4, s.f), buf);
+  EXPECT_EQ(buf[0], u'x');
+  TempStream t(B({0xF0, 0x9F, 0x98, 0x80}));
+  ASSERT_EQ(fgetsU16(buf, 4, t.f), buf);
+  EXPECT_EQ(std::u16string(buf), u"\xD83D\xDE00");
+}
+
+TEST(Fgets, CapacityOneOrZeroReadsNothing) {
+  TempStream s(B({'a', '\n'}));
+  NUV_UTF16 buf[2] = {7, 7};
+  EXPECT_EQ(fgetsU16(buf, 1, s.f), buf);
+  EXPECT_EQ(buf[0], 0);
+  buf[0] = 7;
+  EXPECT_EQ(fgetsU16(buf, 0, s.f), buf);
+  EXPECT_EQ(buf[0], 0);
+  EXPECT_EQ(fgetcU16(s.f), 'a');
+}
+
+TEST(Fgets, BadSequencesConsumeTheirBytes) {
+  TempStream s(B({0xE2, 0x41, 0xC0, 0x80, 0x80, 'z'}));
+  NUV_UTF16 buf[8];
+  errno = 0;
+  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
+  EXPECT_EQ(errno, EILSEQ);
+  EXPECT_EQ(std::u16string(buf, 4), std::u16string(u"#\0#z", 4));
+}
+
+TEST(Fgets, ErrorIndicatorGivesNull) {
+  FILE* f = std::fopen("/dev/null", "w");  // reading a write-only stream sets the error flag
+  ASSERT_NE(f, nullptr);
+  NUV_UTF16 buf[8] = {9};
+  EXPECT_EQ(fgetsU16(buf, 8, f), nullptr);
+  std::fclose(f);
+}
+
+TEST(Fgets, FullAfterBadSequenceIsReported) {
+  RecordingTrace rec(U16_TRACE_LOW);
+  TempStream s(B({'a', 'b', 0xFF, 'c'}));
+  NUV_UTF16 buf[4];
+  ASSERT_EQ(fgetsU16(buf, 4, s.f), buf);
+  EXPECT_EQ(std::u16string(buf), u"ab#");
+  ASSERT_EQ(RecordingTrace::lines.size(), 5u);
+  char want[80];
+  std::snprintf(want, sizeof want, "Invalid UTF-8 encountered by fgetsU16 (fileno 0x%x)", fileno(s.f));
+  EXPECT_EQ(after_header(RecordingTrace::lines[0]), want);
+  EXPECT_NE(RecordingTrace::lines[0].find("[i18n/nuvu16/u16_get line 285]"), std::string::npos);
+  EXPECT_EQ(RecordingTrace::lines[1].substr(0, 4), " ff ");
+  EXPECT_EQ(RecordingTrace::lines[2], "Characters previously read:");
+  EXPECT_EQ(RecordingTrace::lines[3].substr(0, 15), " 0061 0062 0023");
+  EXPECT_EQ(RecordingTrace::lines[4], kEnd);
+  // Not full, or full after a good unit, or level 0: silent.
+  RecordingTrace::lines.clear();
+  TempStream t(B({'a', 0xFF, 'c', 'd'}));
+  ASSERT_EQ(fgetsU16(buf, 4, t.f), buf);
+  TempStream u(B({0xFF}));
+  ASSERT_EQ(fgetsU16(buf, 4, u.f), buf);
+  EXPECT_TRUE(RecordingTrace::lines.empty());
+}
+
+struct StdinSwap {
+  FILE* saved = stdin;
+  TempStream s;
+  explicit StdinSwap(const std::vector<uint8_t>& b) : s(b) { stdin = s.f; }
+  ~StdinSwap() { stdin = saved; }
+};
+
+TEST(Gets, LinesWithoutNewlineAndEof) {
+  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, '\n', '\n', 'b'}));
+  NUV_UTF16 buf[16] = {};
+  ASSERT_EQ(getsU16(buf), buf);
+  EXPECT_EQ(std::u16string(buf), u"a\xD83D\xDE00");
+  ASSERT_EQ(getsU(buf), buf);
+  EXPECT_EQ(buf[0], 0);
+  ASSERT_EQ(getsU16(buf), buf);
+  EXPECT_EQ(std::u16string(buf), u"b");
+  buf[0] = 7;
+  EXPECT_EQ(getsU16(buf), nullptr);
+  EXPECT_EQ(buf[0], 7);
+}
+
+TEST(Gets, BoundedLeavesRestOfLine) {
+  StdinSwap in(B({'a', 'b', 'c', 'd', 'e', '\n', 'f'}));
+  NUV_UTF16 buf[4] = {7, 7, 7, 7};
+  EXPECT_EQ(gets_sU16(buf, 0), nullptr);
+  EXPECT_EQ(buf[0], 7);
+  ASSERT_EQ(gets_sU16(buf, 4), buf);
+  EXPECT_EQ(std::u16string(buf), u"abc");
+  ASSERT_EQ(gets_sU16(buf, 4), buf);
+  EXPECT_EQ(std::u16string(buf), u"de");
+  ASSERT_EQ(gets_sU16(buf, 4), buf);
+  EXPECT_EQ(std::u16string(buf), u"f");
+  buf[0] = 7;
+  EXPECT_EQ(gets_sU16(buf, 4), nullptr);
+  EXPECT_EQ(buf[0], 0);
+}
+
+TEST(Gets, BoundedPairWithoutRoomKeepsHighHalf) {
+  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, 'b'}));
+  NUV_UTF16 buf[3];
+  ASSERT_EQ(gets_sU16(buf, 3), buf);
+  EXPECT_EQ(std::u16string(buf), u"a\xD83D");
+  ASSERT_EQ(gets_sU16(buf, 3), buf);
+  EXPECT_EQ(std::u16string(buf), u"b");
+}
+
+TEST(Gets, BoundedFullAfterBadSequenceIsReported) {
+  RecordingTrace rec(U16_TRACE_LOW);
+  StdinSwap in(B({'a', 0xE2, 0x41, 'b'}));
+  NUV_UTF16 buf[3];
+  ASSERT_EQ(gets_sU16(buf, 3), buf);
+  EXPECT_EQ(std::u16string(buf), u"a#");
+  ASSERT_EQ(RecordingTrace::lines.size(), 5u);
+  EXPECT_EQ(after_header(RecordingTrace::lines[0]), "Invalid UTF-8 encountered by getsU16");
+  EXPECT_NE(RecordingTrace::lines[0].find("line 414]"), std::string::npos);
+  EXPECT_EQ(RecordingTrace::lines[1].substr(0, 7), " e2 41 ");
+  EXPECT_EQ(RecordingTrace::lines[4], kEnd);
+}
+
+TEST(Gets, NarrowBounded) {
+  StdinSwap in(B({'a', 'b', 'c', '\n', 0xFF, '\n'}));
+  char buf[3] = {7, 7, 7};
+  EXPECT_EQ(gets_sRFB(buf, 0), nullptr);
+  EXPECT_EQ(buf[0], 7);
+  ASSERT_EQ(gets_sRFB(buf, 3), buf);
+  EXPECT_STREQ(buf, "ab");
+  ASSERT_EQ(gets_sRFB(buf, 3), buf);
+  EXPECT_STREQ(buf, "c");
+  ASSERT_EQ(gets_sRFB(buf, 3), buf);
+  EXPECT_STREQ(buf, "\xFF");
+  EXPECT_EQ(gets_sRFB(buf, 3), nullptr);
+  EXPECT_EQ(buf[0], 0);
+}
+
+// The throttle: fresh counters for each test.
+struct ThrottleReset {
+  int32_t max = no_fgetcU_errors_max, interval = fgetcU_errors_interval;
+  ThrottleReset() { nuv::set_fgetc_throttle_state({0, 0}); }
+  ~ThrottleReset() {
+    nuv::set_fgetc_throttle_state({0, 0});
+    u16_set_fgetcU_error_parameters(max, interval);
+  }
+};
+
+TEST(FgetcThrottle, NinetyNineReportsThenTooManyThenSilence) {
+  ThrottleReset reset;
+  u16_set_fgetcU_error_parameters(100, 3600);
+  RecordingTrace rec(U16_TRACE_LOW);
+  std::vector<uint8_t> bad(150, 0x80);
+  TempStream s(bad);
+  char want[80];
+  std::snprintf(want, sizeof want, "Invalid UTF-8 encountered by fgetcU16 (fileno 0x%x)", fileno(s.f));
+  for (int i = 1; i <= 99; ++i) {
+    RecordingTrace::lines.clear();
+    ASSERT_EQ(fgetcU16(s.f), '#');
+    ASSERT_EQ(RecordingTrace::lines.size(), 3u) << i;
+    EXPECT_EQ(after_header(RecordingTrace::lines[0]), want);
+    EXPECT_NE(RecordingTrace::lines[0].find("[i18n/nuvu16/u16_get line 217]"), std::string::npos);
+    EXPECT_EQ(RecordingTrace::lines[1].substr(0, 4), " 80 ");
+    EXPECT_EQ(RecordingTrace::lines[2], kEnd);
+  }
+  RecordingTrace::lines.clear();
+  const time_t before = std::time(nullptr);
+  ASSERT_EQ(fgetcU16(s.f), '#');
+  ASSERT_EQ(RecordingTrace::lines.size(), 1u);
+  EXPECT_EQ(after_header(RecordingTrace::lines[0]),
+            "Too many invalid UTF-8 in fgetcU16, no more error message will be written for 3600 seconds\n" + kEnd);
+  EXPECT_NE(RecordingTrace::lines[0].find("line 223]"), std::string::npos);
+  EXPECT_GE(nuv::fgetc_throttle_state().last_error, before);
+  RecordingTrace::lines.clear();
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(fgetcU16(s.f), '#');
+  EXPECT_TRUE(RecordingTrace::lines.empty());
+  EXPECT_EQ(nuv::fgetc_throttle_state().errors, 120);
+
+  // Once the interval has passed, the next bad character resets silently
+  // apart from the reset line, and the one after is number 1 again.
+  nuv::set_fgetc_throttle_state({120, std::time(nullptr) - 3601});
+  ASSERT_EQ(fgetcU16(s.f), '#');
+  ASSERT_EQ(RecordingTrace::lines.size(), 1u);
+  EXPECT_EQ(after_header(RecordingTrace::lines[0]), "fgetcU16 error counter reset\n" + kEnd);
+  EXPECT_NE(RecordingTrace::lines[0].find("line 228]"), std::string::npos);
+  EXPECT_EQ(nuv::fgetc_throttle_state().errors, 0);
+  RecordingTrace::lines.clear();
+  ASSERT_EQ(fgetcU16(s.f), '#');
+  EXPECT_EQ(RecordingTrace::lines.size(), 3u);
+  EXPECT_EQ(nuv::fgetc_throttle_state().errors, 1);
+}
+
+TEST(FgetcThrottle, AstralCharacterIsReportedWithItsBytes) {
+  ThrottleReset reset;
+  RecordingTrace rec(U16_TRACE_LOW);
+  TempStream s(B({0xF0, 0x9F, 0x98, 0x80}));
+  EXPECT_EQ(fgetcU16(s.f), 0xFFFD);
+  ASSERT_EQ(RecordingTrace::lines.size(), 3u);
+  EXPECT_EQ(RecordingTrace::lines[1].substr(0, 13), " f0 9f 98 80 ");
+}
+
+TEST(FgetcThrottle, LevelZeroCountsNothing) {
+  ThrottleReset reset;
+  RecordingTrace rec(0);
+  TempStream s(B({0x80, 0x80}));
+  EXPECT_EQ(fgetcU16(s.f), '#');
+  EXPECT_EQ(fgetcU(s.f), '#');
+  EXPECT_TRUE(RecordingTrace::lines.empty());
+  EXPECT_EQ(nuv::fgetc_throttle_state().errors, 0);
+}
+
+TEST(FgetcThrottle, SmallMaximum) {
+  ThrottleReset reset;
+  u16_set_fgetcU_error_parameters(2, 10);
+  RecordingTrace rec(U16_TRACE_LOW);
+  TempStream s(B({0x80, 0x80, 0x80}));
+  fgetcU16(s.f);
+  EXPECT_EQ(RecordingTrace::lines.size(), 3u);
+  RecordingTrace::lines.clear();
+  fgetcU16(s.f);
+  ASSERT_EQ(RecordingTrace::lines.size(), 1u);
+  EXPECT_NE(RecordingTrace::lines[0].find("written for 10 seconds"), std::string::npos);
+}
+
+TEST(Fgetc, OverlongAndSurrogateAccepted) {
+  RecordingTrace quiet(0);
+  TempStream s(B({0xC0, 0x80, 0xED, 0xA0, 0x80, 0xE2, 0x41}));
+  EXPECT_EQ(fgetcU16(s.f), 0);
+  EXPECT_EQ(fgetcU16(s.f), 0xD800);
+  EXPECT_EQ(fgetcU16(s.f), '#');
+  EXPECT_EQ(fgetcU16(s.f), -1);
+  EXPECT_EQ(fgetcU16(nullptr), -1);
+}
+
+TEST(Fread, ZeroSizeOrCount) {
+  TempStream s(B({'a', 'b'}));
+  NUV_UTF16 buf[2];
+  EXPECT_EQ(freadU16(buf, 0, 5, s.f), 0u);
+  EXPECT_EQ(freadU(buf, 5, 0, s.f), 0u);
+  EXPECT_EQ(freadU16(buf, 1, 2, s.f), 2u);
+}
+
+}  // namespace
