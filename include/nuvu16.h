@@ -188,6 +188,27 @@ NUV_API int32_t toupperU16(int32_t c);
 /* ======================================================================
  * Stream output (added by the stream subsystem)
  * ====================================================================== */
+/* UTF-16 text written as UTF-8 into the FILE buffer, one unit at a time with
+ * no state between calls.  Sizes count units.  The block writers write "#"
+ * for a surrogate unit and for every unit after it in the same call; the
+ * single-character writers encode a surrogate as its three-byte form. */
+NUV_API size_t fwrite_unlockedU16(const NUV_UTF16 *units, size_t size, size_t count, FILE *stream,
+                                  uint64_t *bytes_written, int32_t error_result);
+NUV_API size_t fwriteU16_impl(const NUV_UTF16 *units, size_t size, size_t count, FILE *stream,
+                              uint64_t *bytes_written);
+NUV_API size_t u16_fwriteU16(const NUV_UTF16 *units, size_t size, size_t count, FILE *stream,
+                             uint64_t *bytes_written);
+NUV_API size_t u16_fwriteU(const NUV_UTF16 *units, size_t size, size_t count, FILE *stream,
+                           uint64_t *bytes_written);
+NUV_API size_t fwriteU16(const NUV_UTF16 *units, size_t size, size_t count, FILE *stream);
+NUV_API int putc_unlockedU16(int ch, FILE *stream);
+NUV_API int fputcU16(int ch, FILE *stream);
+NUV_API int fputcU(int ch, FILE *stream);
+/* Results are UTF-8 byte counts. */
+NUV_API int fputsU16(const NUV_UTF16 *text, FILE *stream);
+NUV_API int fputsU(const NUV_UTF16 *text, FILE *stream);
+NUV_API int putsU16(const NUV_UTF16 *text);
+NUV_API int putsU(const NUV_UTF16 *text);
 
 /* ======================================================================
  * Stream input and typed readers (added by the stream subsystem)
