@@ -15,3 +15,15 @@ std::size_t U16n_To_Utf8_U16(char* dest, const NUV_UTF16* src, std::size_t count
 // srcLen == (size_t)-1 means zero-terminated (terminator counted and written).
 // A null dest or destSize 0 counts; running out of room sets ERANGE, returns 0.
 std::size_t U16n_To_Utf8n_U16(char* dest, std::size_t destSize, const NUV_UTF16* src, std::size_t srcLen);
+
+// Counted UTF-8 source; srcLen == (size_t)-1 means zero-terminated (the
+// terminator is converted and counted).  A null dest or destLen 0 counts
+// only.  Without errCount a bad sequence writes a 0 unit, sets EILSEQ and
+// gives 0; with it, each bad lead byte becomes substChar's low 16 bits and is
+// counted.  Running out of room sets ERANGE and gives 0.
+std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+                         std::size_t* errCount, unsigned int substChar);
+// Zero-terminated UTF-8 source.  A null dest counts only; returns the units
+// written without the terminator, destLen when the room ran out (no
+// terminator then), or (size_t)-1 with EILSEQ on bad input.
+std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen);
