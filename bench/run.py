@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Runs every benchmark program in a folder with repetitions and prints a
 table of medians, with each peer's time divided by ours (above 1: we win).
+Times are CPU times: on a shared machine they are steadier than wall time.
 
 Benchmark names are OP/IMPL/ARG, for example strlen/ours/4096."""
 import json
@@ -38,15 +39,15 @@ def main():
             key = (op, arg)
             if key not in rows:
                 order.append(key)
-            rows[key][impl] = (b["real_time"], b.get("bytes_per_second", 0.0))
-    print(f"{'operation':<28} {'arg':>8} {'impl':<14} {'median ns':>12} {'GB/s':>8} {'peer/ours':>10}")
+            rows[key][impl] = (b["cpu_time"], b.get("bytes_per_second", 0.0))
+    print(f"{'operation':<28} {'arg':>8} {'impl':<14} {'median cpu ns':>14} {'GB/s':>8} {'peer/ours':>10}")
     for key in order:
         impls = rows[key]
         ours = impls.get("ours")
         for impl, (ns, bps) in sorted(impls.items(), key=lambda kv: kv[0] != "ours"):
             ratio = f"{ns / ours[0]:.2f}" if ours and impl != "ours" else ""
             gbs = f"{bps / 1e9:.2f}" if bps else ""
-            print(f"{key[0]:<28} {key[1]:>8} {impl:<14} {ns:>12.1f} {gbs:>8} {ratio:>10}")
+            print(f"{key[0]:<28} {key[1]:>8} {impl:<14} {ns:>14.1f} {gbs:>8} {ratio:>10}")
 
 
 if __name__ == "__main__":
