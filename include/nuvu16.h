@@ -181,6 +181,27 @@ NUV_API int32_t iscntrlU16(int32_t c);
 NUV_API int32_t tolowerU16(int32_t c);
 NUV_API int32_t toupperU16(int32_t c);
 
+/* The nine ICU-backed entries are writable function pointers: the first call
+ * of any binds ICU (or the 7-bit fallback), later calls go straight through. */
+typedef int32_t (*NUV_CTYPE_FUNC)(int32_t c);
+NUV_API extern NUV_CTYPE_FUNC isalnumU;
+NUV_API extern NUV_CTYPE_FUNC isalphaU;
+NUV_API extern NUV_CTYPE_FUNC iscntrlU;
+NUV_API extern NUV_CTYPE_FUNC islowerU;
+NUV_API extern NUV_CTYPE_FUNC isprintU;
+NUV_API extern NUV_CTYPE_FUNC isspaceU;
+NUV_API extern NUV_CTYPE_FUNC isupperU;
+NUV_API extern NUV_CTYPE_FUNC tolowerU;
+NUV_API extern NUV_CTYPE_FUNC toupperU;
+NUV_API int32_t isgraphU(int32_t c);
+NUV_API int32_t ispunctU(int32_t c);
+NUV_API int32_t isxdigitU(int32_t c);
+/* Point the nine entries at the 7-bit fallbacks / back at ICU; both return 0. */
+NUV_API int useFallBackCtype(void);
+NUV_API int useICUCtype(void);
+/* Run without ICU; call before the first use of the nine entries. */
+NUV_API void nlsui_set7bitUnicode(void);
+
 /* ======================================================================
  * Formatted output (added by the printf subsystem)
  * ====================================================================== */

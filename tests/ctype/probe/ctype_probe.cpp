@@ -1,0 +1,61 @@
+// Runs the class/case entries in a fresh process, one step per argument, and
+// prints each answer on stdout; the start-up trace goes to stderr.  Built
+// twice: against the machine's ICU, and with the loader compiled for an ICU
+// version that is not installed.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "ctype/icu_loader.h"
+#include "nuvu16.h"
+
+namespace {
+
+NUV_CTYPE_FUNC entry(const std::string& name) {
+  if (name == "isalnum") return isalnumU;
+  if (name == "isalpha") return isalphaU;
+  if (name == "iscntrl") return iscntrlU;
+  if (name == "islower") return islowerU;
+  if (name == "isprint") return isprintU;
+  if (name == "isspace") return isspaceU;
+  if (name == "isupper") return isupperU;
+  if (name == "tolower") return tolowerU;
+  if (name == "toupper") return toupperU;
+  if (name == "isgraph") return isgraphU;
+  if (name == "ispunct") return ispunctU;
+  if (name == "isxdigit") return isxdigitU;
+  return nullptr;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string step = argv[i];
+    const auto colon = step.find(':');
+    const std::string op = step.substr(0, colon), arg = colon == std::string::npos ? "" : step.substr(colon + 1);
+    if (op == "7bit") {
+      nlsui_set7bitUnicode();
+    } else if (op == "fallback") {
+      std::printf("useFallBackCtype=%d\n", useFallBackCtype());
+    } else if (op == "icu") {
+      std::printf("useICUCtype=%d\n", useICUCtype());
+    } else if (op == "search") {
+      nlsui_addIcuSearchPath(arg.c_str());
+    } else if (op == "load") {
+      std::printf("loadIcu=%d\n", loadIcu(std::atoi(arg.c_str())));
+    } else if (op == "state") {
+      std::printf("uc=%d i18n=%d called=%d\n", libicuucHandle != nullptr, libicui18nHandle != nullptr,
+                  libicuucInitCalled);
+    } else if (NUV_CTYPE_FUNC f = entry(op)) {
+      const long c = std::strtol(arg.c_str(), nullptr, 16);
+      std::printf("%s(%lx)=%x\n", op.c_str(), c, static_cast<unsigned>(f(static_cast<int32_t>(c))));
+    } else {
+      std::fprintf(stderr, "unknown step %s\n", step.c_str());
+      return 2;
+    }
+    std::fflush(stdout);
+  }
+  return 0;
+}
