@@ -254,6 +254,23 @@ NUV_API char *gets_sRFB(char *buffer, size_t capacity);
 /* ======================================================================
  * Number parsing (added by the number subsystem)
  * ====================================================================== */
+/* White space is that of isspaceU16.  Integers: base 0 or 2..36, 64-bit
+ * results; a bad base gives 0 with EINVAL. */
+NUV_API long strtolU16(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API long strtolU(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API long long strtollU16(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API long long strtollU(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API unsigned long strtoulU16(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API unsigned long strtoulU(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API unsigned long long strtoullU16(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+NUV_API unsigned long long strtoullU(const NUV_UTF16 *text, NUV_UTF16 **end, int base);
+/* Decimal only (no hexadecimal floating input); at most 24 significant digits
+ * are used, the rest scale the exponent. */
+NUV_API double strtodU16(const NUV_UTF16 *text, NUV_UTF16 **end);
+NUV_API double strtodU(const NUV_UTF16 *text, NUV_UTF16 **end);
+/* Digits of value in a static buffer that the next call overwrites. */
+NUV_API NUV_UTF16 *ecvtU16(int ndigit, int *decpt, int *sign, double value);
+NUV_API NUV_UTF16 *ecvtU(int ndigit, int *decpt, int *sign, double value);
 
 /* ======================================================================
  * Formatted input (added by the scanf subsystem)
