@@ -275,6 +275,20 @@ NUV_API NUV_UTF16 *ecvtU(int ndigit, int *decpt, int *sign, double value);
 /* ======================================================================
  * Formatted input (added by the scanf subsystem)
  * ====================================================================== */
+/* Result: assignments made, or -1 when the input ended before any.  %s, %c
+ * and %[ store UTF-16 units whatever the length modifier.  A file source is
+ * read through fgetcU16 under its lock for the whole call. */
+NUV_API int vvfscanf_sU16(const NUV_UTF16 *text, FILE *file, const NUV_UTF16 *format, va_list args);
+NUV_API int vvfscanfU16(const NUV_UTF16 *text, FILE *file, const NUV_UTF16 *format, va_list args);
+NUV_API int scanfU16(const NUV_UTF16 *format, ...);
+NUV_API int scanfU(const NUV_UTF16 *format, ...);
+NUV_API int vscanfU16(const NUV_UTF16 *format, va_list args);
+NUV_API int fscanfU16(FILE *file, const NUV_UTF16 *format, ...);
+NUV_API int fscanfU(FILE *file, const NUV_UTF16 *format, ...);
+NUV_API int vfscanfU16(FILE *file, const NUV_UTF16 *format, va_list args);
+NUV_API int sscanfU16(const NUV_UTF16 *text, const NUV_UTF16 *format, ...);
+NUV_API int sscanfU(const NUV_UTF16 *text, const NUV_UTF16 *format, ...);
+NUV_API int vsscanfU16(const NUV_UTF16 *text, const NUV_UTF16 *format, va_list args);
 
 NUV_EXTERN_C_END
 
