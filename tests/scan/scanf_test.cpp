@@ -108,9 +108,14 @@ void check_same(const FormatCase& fc, const std::string& input) {
           ASSERT_EQ(w[0], 0xA5A5) << fc.format << " '" << input << "' arg " << i;
           break;
         }
-        std::string want(reinterpret_cast<const char*>(y));
-        if (std::strcmp(fc.format, "%c%d") == 0) want = want.substr(0, 1), got.assign(w, 1);
-        else got.assign(w);
+        std::string want;
+        if (std::strcmp(fc.format, "%c%d") == 0) {  // %c stores no terminator
+          want.assign(reinterpret_cast<const char*>(y), 1);
+          got.assign(w, 1);
+        } else {
+          want = reinterpret_cast<const char*>(y);
+          got.assign(w);
+        }
         ASSERT_EQ(got, u16(want.c_str())) << fc.format << " '" << input << "' arg " << i;
         break;
       }
