@@ -202,6 +202,28 @@ NUV_API int useICUCtype(void);
 /* Run without ICU; call before the first use of the nine entries. */
 NUV_API void nlsui_set7bitUnicode(void);
 
+/* Case-insensitive comparison and case conversion, unit by unit through the
+ * current tolowerU/toupperU (ASCII letters converted directly); the R forms
+ * work on bytes with the C library's locale tables. */
+NUV_API int strcasecmpU16(const NUV_UTF16 *a, const NUV_UTF16 *b);
+NUV_API int strcasecmpU(const NUV_UTF16 *a, const NUV_UTF16 *b);
+NUV_API int strncasecmpU16(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API int strncasecmpU(const NUV_UTF16 *a, const NUV_UTF16 *b, size_t n);
+NUV_API NUV_UTF16 *strtoupperU16(NUV_UTF16 *s);
+NUV_API NUV_UTF16 *strntoupperU16(NUV_UTF16 *s, size_t n);
+NUV_API NUV_UTF16 *strcpytoupperU16(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API NUV_UTF16 *strtolowerU16(NUV_UTF16 *s);
+NUV_API NUV_UTF16 *strntolowerU16(NUV_UTF16 *s, size_t n);
+NUV_API NUV_UTF16 *strcpytolowerU16(NUV_UTF16 *dest, const NUV_UTF16 *src);
+NUV_API int strcasecmpR(const char *a, const char *b);
+NUV_API int strncasecmpR(const char *a, const char *b, size_t n);
+NUV_API char *strtoupperR(char *s);
+NUV_API char *strntoupperR(char *s, size_t n);
+NUV_API char *strcpytoupperR(char *dest, const char *src);
+NUV_API char *strtolowerR(char *s);
+NUV_API char *strntolowerR(char *s, size_t n);
+NUV_API char *strcpytolowerR(char *dest, const char *src);
+
 /* ======================================================================
  * Formatted output (added by the printf subsystem)
  * ====================================================================== */

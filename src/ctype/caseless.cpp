@@ -1,0 +1,255 @@
+// Case-insensitive comparison and case conversion of zero-terminated text.
+// UTF-16 forms map through the current tolowerU/toupperU entries, one unit at
+// a time; the narrow R forms through the C library's locale tables.
+//
+// Fast paths: blocks of eight ASCII units are handled in SSE2 registers.
+// The conversions never hand ASCII to the mapping, so that is always exact.
+// The comparisons hand every unit to tolowerU; they take the ASCII shortcut
+// only while tolowerU is a target whose ASCII answers are the plain ones and
+// say nothing (ICU's, the built-in table, the 7-bit fallback), and skip equal
+// units only while it is also free of reports (not the fallback).
+#include <emmintrin.h>
+
+#include <cctype>
+#include <cstdint>
+
+#include "common/nuv_internal.h"
+#include "ctype/caseless.h"
+#include "ctype/icu_loader.h"
+
+using nuv::load_relaxed;
+using nuv::unit_at;
+
+namespace {
+
+constexpr std::size_t kNoLimit = SIZE_MAX;
+
+inline std::uint32_t ascii_lower(std::uint32_t u) { return (u - 'A' < 26u) ? u + 0x20 : u; }
+inline std::uint32_t ascii_upper(std::uint32_t u) { return (u - 'a' < 26u) ? u - 0x20 : u; }
+
+// 16 bytes at p can be read without touching the next page.
+inline bool block_in_page(const void* p) { return (reinterpret_cast<std::uintptr_t>(p) & 4095u) <= 4096u - 16u; }
+
+NUV_NO_ASAN inline __m128i load8(const NUV_UTF16* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline void store8(NUV_UTF16* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+
+// Masks of the lanes that are zero / not 7-bit.
+inline bool has_zero(__m128i v) { return _mm_movemask_epi8(_mm_cmpeq_epi16(v, _mm_setzero_si128())) != 0; }
+inline bool all_ascii(__m128i v) {
+  return _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80))),
+                                           _mm_setzero_si128())) == 0xFFFF;
+}
+
+// Shifts the lanes in [lo, lo+25] by delta (signed compare is fine: all < 0x80).
+inline __m128i shift_range(__m128i v, char lo, short delta) {
+  const __m128i in = _mm_and_si128(_mm_cmpgt_epi16(v, _mm_set1_epi16(lo - 1)), _mm_cmplt_epi16(v, _mm_set1_epi16(lo + 26)));
+  return _mm_add_epi16(v, _mm_and_si128(in, _mm_set1_epi16(delta)));
+}
+inline __m128i lower8(__m128i v) { return shift_range(v, 'A', 0x20); }
+inline __m128i upper8(__m128i v) { return shift_range(v, 'a', -0x20); }
+
+enum class Kind { kOther, kQuiet, kPure };
+
+// What the comparisons may assume about the current tolowerU.
+Kind kind_of(NUV_CTYPE_FUNC f) {
+  if (f == tolowerU16) return Kind::kPure;
+  if (f == tolowerU_7bit) return Kind::kQuiet;
+  if (reinterpret_cast<void*>(f) == reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_tolower)) && f)
+    return Kind::kPure;
+  return Kind::kOther;
+}
+
+// The comparisons' entry: binds ICU first if tolowerU still is its wrapper.
+NUV_CTYPE_FUNC current_tolower() {
+  NUV_CTYPE_FUNC f = load_relaxed(tolowerU);
+  if (f == tolowerU_wrapper) {
+    loadIcuDo(0);
+    f = load_relaxed(tolowerU);
+  }
+  return f;
+}
+
+inline std::uint32_t lowered(NUV_CTYPE_FUNC f, Kind k, std::uint32_t u) {
+  if (u < 0x80 && k != Kind::kOther) return ascii_lower(u);
+  return static_cast<std::uint16_t>(f(static_cast<std::int32_t>(u)));
+}
+
+NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
+  std::size_t i = 0;
+  while (i < n) {
+    NUV_CTYPE_FUNC f = load_relaxed(tolowerU);
+    const Kind k = kind_of(f);
+    if (k != Kind::kOther && n - i >= 8 && block_in_page(a + i) && block_in_page(b + i)) {
+      const __m128i va = load8(a + i), vb = load8(b + i);
+      const bool same = _mm_movemask_epi8(_mm_cmpeq_epi16(va, vb)) == 0xFFFF;
+      if (same && k == Kind::kPure) {
+        if (has_zero(va)) return 0;
+        i += 8;
+        continue;
+      }
+      if (all_ascii(va) && all_ascii(vb) && !has_zero(va) && !has_zero(vb) &&
+          _mm_movemask_epi8(_mm_cmpeq_epi16(lower8(va), lower8(vb))) == 0xFFFF) {
+        i += 8;
+        continue;
+      }
+    }
+    // Unit by unit through the rest of this block.
+    const std::size_t end = (n - i < 8) ? n : i + 8;
+    for (; i < end; ++i) {
+      const std::uint32_t ua = unit_at(a + i), ub = unit_at(b + i);
+      std::uint32_t la, lb;
+      if (ua == ub && k == Kind::kPure) {
+        if (ua == 0) return 0;
+        continue;
+      }
+      if (k == Kind::kOther) f = load_relaxed(tolowerU);  // a switch counts from the next unit
+      la = lowered(f, k, ua);
+      lb = lowered(f, k, ub);
+      if (la != lb || la == 0) return static_cast<int>(la) - static_cast<int>(lb);
+    }
+  }
+  return 0;
+}
+
+// In place (dest == src) or copying; n bounds the in-place n forms.
+NUV_NO_ASAN NUV_UTF16* convert(NUV_UTF16* dest, const NUV_UTF16* src, std::size_t n, bool up, bool copy_terminator) {
+  NUV_CTYPE_FUNC* entry = up ? &toupperU : &tolowerU;
+  std::size_t i = 0;
+  while (i < n) {
+    if (n - i >= 8 && block_in_page(src + i)) {
+      const __m128i v = load8(src + i);
+      if (all_ascii(v) && !has_zero(v)) {
+        store8(dest + i, up ? upper8(v) : lower8(v));
+        i += 8;
+        continue;
+      }
+    }
+    const std::size_t end = (n - i < 8) ? n : i + 8;
+    for (; i < end; ++i) {
+      const std::uint32_t u = unit_at(src + i);
+      if (u == 0) {
+        if (copy_terminator) dest[i] = 0;
+        return dest;
+      }
+      const std::uint32_t m =
+          u < 0x80 ? (up ? ascii_upper(u) : ascii_lower(u)) : static_cast<std::uint16_t>(load_relaxed(*entry)(u));
+      dest[i] = static_cast<NUV_UTF16>(m);
+    }
+  }
+  return dest;
+}
+
+// The locale's case tables of the C library, indexed by byte value.
+inline int locale_lower(unsigned char c) { return (*__ctype_tolower_loc())[c]; }
+inline int locale_upper(unsigned char c) { return (*__ctype_toupper_loc())[c]; }
+
+int casecmp_narrow(const char* a, const char* b, std::size_t n) {
+  if (n == 0 || a == b) return 0;
+  const std::int32_t* low = *__ctype_tolower_loc();
+  for (std::size_t i = 0; i < n; ++i) {
+    const int la = low[static_cast<unsigned char>(a[i])], lb = low[static_cast<unsigned char>(b[i])];
+    if (la != lb || la == 0) return la - lb;
+  }
+  return 0;
+}
+
+char* convert_narrow(char* dest, const char* src, std::size_t n, bool up, bool copy_terminator) {
+  for (std::size_t i = 0; i < n; ++i) {
+    const unsigned char c = static_cast<unsigned char>(src[i]);
+    if (c == 0) {
+      if (copy_terminator) dest[i] = 0;
+      break;
+    }
+    unsigned char m = c;
+    if (up) {
+      if (c >= 'a' && c <= 'z') m = c - 0x20;
+      else if (c & 0x80) m = static_cast<unsigned char>(locale_upper(c));
+    } else {
+      if (c >= 'A' && c <= 'Z') m = c + 0x20;
+      else if (c & 0x80) m = static_cast<unsigned char>(locale_lower(c));
+    }
+    dest[i] = static_cast<char>(m);
+  }
+  return dest;
+}
+
+}  // namespace
+
+extern "C" {
+
+NUV_API int strcasecmpU16(const NUV_UTF16* a, const NUV_UTF16* b) {
+  if (a == b) return 0;
+  current_tolower();
+  return casecmp(a, b, kNoLimit);
+}
+
+NUV_API int strncasecmpU16(const NUV_UTF16* a, const NUV_UTF16* b, size_t n) {
+  if (n == 0 || a == b) return 0;
+  current_tolower();
+  return casecmp(a, b, n);
+}
+
+NUV_API NUV_UTF16* strtoupperU16(NUV_UTF16* s) { return convert(s, s, kNoLimit, true, false); }
+NUV_API NUV_UTF16* strntoupperU16(NUV_UTF16* s, size_t n) { return convert(s, s, n, true, false); }
+NUV_API NUV_UTF16* strcpytoupperU16(NUV_UTF16* dest, const NUV_UTF16* src) {
+  return convert(dest, src, kNoLimit, true, true);
+}
+NUV_API NUV_UTF16* strtolowerU16(NUV_UTF16* s) { return convert(s, s, kNoLimit, false, false); }
+NUV_API NUV_UTF16* strntolowerU16(NUV_UTF16* s, size_t n) { return convert(s, s, n, false, false); }
+NUV_API NUV_UTF16* strcpytolowerU16(NUV_UTF16* dest, const NUV_UTF16* src) {
+  return convert(dest, src, kNoLimit, false, true);
+}
+
+NUV_API int strcasecmpR(const char* a, const char* b) { return casecmp_narrow(a, b, kNoLimit); }
+NUV_API int strncasecmpR(const char* a, const char* b, size_t n) { return casecmp_narrow(a, b, n); }
+NUV_API char* strtoupperR(char* s) { return convert_narrow(s, s, kNoLimit, true, false); }
+NUV_API char* strntoupperR(char* s, size_t n) { return convert_narrow(s, s, n, true, false); }
+NUV_API char* strcpytoupperR(char* dest, const char* src) { return convert_narrow(dest, src, kNoLimit, true, true); }
+NUV_API char* strtolowerR(char* s) { return convert_narrow(s, s, kNoLimit, false, false); }
+NUV_API char* strntolowerR(char* s, size_t n) { return convert_narrow(s, s, n, false, false); }
+NUV_API char* strcpytolowerR(char* dest, const char* src) { return convert_narrow(dest, src, kNoLimit, false, true); }
+
+}  // extern "C"
+
+NUV_FORWARD(strcasecmpU, strcasecmpU16);
+NUV_FORWARD(strncasecmpU, strncasecmpU16);
+
+namespace nuv {
+
+int strcasecmp_ref(const NUV_UTF16* a, const NUV_UTF16* b) { return strncasecmp_ref(a, b, kNoLimit); }
+
+int strncasecmp_ref(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
+  if (n == 0 || a == b) return 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint32_t la = static_cast<std::uint16_t>(load_relaxed(tolowerU)(unit_at(a + i)));
+    const std::uint32_t lb = static_cast<std::uint16_t>(load_relaxed(tolowerU)(unit_at(b + i)));
+    if (la != lb || la == 0) return static_cast<int>(la) - static_cast<int>(lb);
+  }
+  return 0;
+}
+
+NUV_UTF16* strncase_ref(NUV_UTF16* s, std::size_t n, bool up) {
+  for (std::size_t i = 0; i < n && s[i]; ++i) {
+    const std::uint32_t u = s[i];
+    if (u < 0x80)
+      s[i] = static_cast<NUV_UTF16>(up ? ascii_upper(u) : ascii_lower(u));
+    else
+      s[i] = static_cast<NUV_UTF16>(load_relaxed(up ? toupperU : tolowerU)(u));
+  }
+  return s;
+}
+
+NUV_UTF16* strcpycase_ref(NUV_UTF16* dest, const NUV_UTF16* src, bool up) {
+  std::size_t i = 0;
+  for (; src[i]; ++i) {
+    const std::uint32_t u = src[i];
+    if (u < 0x80)
+      dest[i] = static_cast<NUV_UTF16>(up ? ascii_upper(u) : ascii_lower(u));
+    else
+      dest[i] = static_cast<NUV_UTF16>(load_relaxed(up ? toupperU : tolowerU)(u));
+  }
+  dest[i] = 0;
+  return dest;
+}
+
+}  // namespace nuv
