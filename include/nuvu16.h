@@ -227,6 +227,40 @@ NUV_API char *strcpytolowerR(char *dest, const char *src);
 /* ======================================================================
  * Formatted output (added by the printf subsystem)
  * ====================================================================== */
+/* The printf family over UTF-16 formats.  Results count UTF-16 units (the
+ * RFB forms: bytes) without the terminating NUL; -1 on failure.  %s and %c
+ * always take UTF-16; there is no %n and no positional argument.  A bounded
+ * buffer that is cut holds limit - 1 units and a NUL, and the call returns
+ * the limit. */
+NUV_API int vvfprintfU16(FILE *file, NUV_UTF16 *buffer, size_t *limit, const NUV_UTF16 *format, va_list args);
+NUV_API int vvfprintf_sU16(FILE *file, NUV_UTF16 *buffer, size_t *limit, const NUV_UTF16 *format, size_t extra,
+                           va_list args);
+NUV_API int vfprintfU16(FILE *file, const NUV_UTF16 *format, va_list args);
+NUV_API int vfprintfU(FILE *file, const NUV_UTF16 *format, va_list args);
+NUV_API int fprintfU16(FILE *file, const NUV_UTF16 *format, ...);
+NUV_API int fprintfU(FILE *file, const NUV_UTF16 *format, ...);
+NUV_API int vprintfU16(const NUV_UTF16 *format, va_list args);
+NUV_API int vprintfU(const NUV_UTF16 *format, va_list args);
+NUV_API int printfU16(const NUV_UTF16 *format, ...);
+NUV_API int printfU(const NUV_UTF16 *format, ...);
+NUV_API int vsprintfU16(NUV_UTF16 *buffer, const NUV_UTF16 *format, va_list args);
+NUV_API int vsprintfU(NUV_UTF16 *buffer, const NUV_UTF16 *format, va_list args);
+NUV_API int sprintfU16(NUV_UTF16 *buffer, const NUV_UTF16 *format, ...);
+NUV_API int sprintfU(NUV_UTF16 *buffer, const NUV_UTF16 *format, ...);
+NUV_API int vsnprintfU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, va_list args);
+NUV_API int vsnprintfU(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, va_list args);
+NUV_API int snprintfU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, ...);
+NUV_API int snprintfU(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, ...);
+NUV_API int vsprintf_sU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, va_list args);
+NUV_API int sprintf_sU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, ...);
+NUV_API int vsnprintf_sU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, va_list args);
+NUV_API int snprintf_sU16(NUV_UTF16 *buffer, size_t n, const NUV_UTF16 *format, ...);
+NUV_API int vsprintf_sRFB(char *s, size_t n, const char *format, va_list args);
+NUV_API int sprintf_sRFB(char *s, size_t n, const char *format, ...);
+NUV_API int vsnprintf_sRFB(char *s, size_t n, const char *format, va_list args);
+NUV_API int snprintf_sRFB(char *s, size_t n, const char *format, ...);
+/* Appends to a malloc'ed string (*buffer may be null), growing it. */
+NUV_API int vsprintf_append_U(NUV_UTF16 **buffer, const NUV_UTF16 *format, va_list args);
 
 /* ======================================================================
  * Stream output (added by the stream subsystem)

@@ -1,0 +1,329 @@
+// One directive's value: fetched, converted to bare UTF-16 text, then written
+// with sign, prefix and padding.  Integers are converted here; floating
+// values go through the C library's narrow printf and are widened.
+#include <cstdlib>
+#include <cstring>
+
+#include "common/nuv_internal.h"
+#include "format/engine.h"
+
+namespace src = nuv::fmt_src;
+
+namespace {
+
+constexpr std::size_t kInlineBytes = sizeof(NUV_UTF16) * kInlineTextUnits;  // 2,050
+
+constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+// Pairs "00".."99" for the decimal path.
+struct DigitPairs {
+  char16_t d[200];
+  constexpr DigitPairs() : d() {
+    for (int i = 0; i < 100; ++i) {
+      d[2 * i] = static_cast<char16_t>('0' + i / 10);
+      d[2 * i + 1] = static_cast<char16_t>('0' + i % 10);
+    }
+  }
+};
+constexpr DigitPairs kPairs;
+
+// Digits of v written backwards ending at `end`; returns the first digit.
+NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
+  NUV_UTF16* p = end;
+  switch (base) {
+    case 10:
+      while (v >= 100) {
+        const unsigned r = static_cast<unsigned>(v % 100);
+        v /= 100;
+        p -= 2;
+        p[0] = kPairs.d[2 * r];
+        p[1] = kPairs.d[2 * r + 1];
+      }
+      if (v >= 10) {
+        p -= 2;
+        p[0] = kPairs.d[2 * v];
+        p[1] = kPairs.d[2 * v + 1];
+      } else {
+        *--p = static_cast<NUV_UTF16>('0' + v);
+      }
+      return p;
+    case 16: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v & 15]);
+        v >>= 4;
+      } while (v);
+      return p;
+    }
+    case 8:
+      do {
+        *--p = static_cast<NUV_UTF16>('0' + (v & 7));
+        v >>= 3;
+      } while (v);
+      return p;
+    default: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v % static_cast<unsigned>(base)]);
+        v /= static_cast<unsigned>(base);
+      } while (v);
+      return p;
+    }
+  }
+}
+
+// Room for `units` units (terminator included): inline when it fits, else
+// malloc.  Null after a failed allocation, which has been reported.
+NUV_UTF16* text_room(OutputConversionSpec* spec, std::size_t units, int line) {
+  if (units * sizeof(NUV_UTF16) <= kInlineBytes) return spec->text = spec->inlineText;
+  auto* p = static_cast<NUV_UTF16*>(std::malloc(units * sizeof(NUV_UTF16)));
+  if (!p) {
+    u16_malloc_error(src::kEngineName, src::kOutCS, line);
+    spec->text = spec->inlineText;
+    spec->inlineText[0] = 0;
+    spec->length = 0;
+    return nullptr;
+  }
+  return spec->text = p;
+}
+
+void set_ascii(OutputConversionSpec* spec, const char* text) {
+  std::size_t n = 0;
+  for (; text[n]; ++n) spec->inlineText[n] = static_cast<NUV_UTF16>(text[n]);
+  spec->inlineText[n] = 0;
+  spec->text = spec->inlineText;
+  spec->length = static_cast<int32_t>(n);
+}
+
+// The stack buffer may hold the narrow floating text only when these hold;
+// the limits keep the largest output of each precision band below 336 bytes.
+constexpr std::size_t kNarrowStack = 336;
+
+bool fixed_fits_stack(int precision, long double value) {
+  if (precision <= 16) return value <= 1e305L;
+  if (precision <= 40) return value < 1e280L;
+  if (precision <= 291) return value < 1e40L;
+  return false;
+}
+
+}  // namespace
+
+int OutputConversionSpec_itoa__(OutputConversionSpec* spec, uint64_t magnitude, int base, int upperCase,
+                                int precision, int alternativeForm) {
+  if (magnitude == 0 && precision == 0) {
+    if (spec->symbol == 'o' && alternativeForm) set_ascii(spec, "0");
+    else set_ascii(spec, "");
+    return 0;
+  }
+  NUV_UTF16 tmp[66];
+  NUV_UTF16* end = tmp + 66;
+  NUV_UTF16* first = digits_backwards(magnitude, base, upperCase != 0, end);
+  const std::size_t digits = static_cast<std::size_t>(end - first);
+  std::size_t zeros = 0;
+  if (spec->symbol != 'o') {
+    if (precision > 0 && digits < static_cast<std::size_t>(precision)) zeros = static_cast<std::size_t>(precision) - digits;
+  } else if (alternativeForm) {
+    // The '#' prefix supplies one of the zeros; without '#' the precision is ignored.
+    const long z = static_cast<long>(precision) - static_cast<long>(digits) - 1;
+    if (z >= 1) zeros = static_cast<std::size_t>(z);
+  }
+  NUV_UTF16* out = text_room(spec, zeros + digits + 1, src::kItoaAllocLine);
+  if (!out) return -1;
+  for (std::size_t i = 0; i < zeros; ++i) out[i] = '0';
+  std::memcpy(out + zeros, first, digits * sizeof(NUV_UTF16));
+  out[zeros + digits] = 0;
+  spec->length = static_cast<int32_t>(zeros + digits);
+  return 0;
+}
+
+int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, int alternativeForm, int precision,
+                                long double value) {
+  char format[8];
+  int f = 0;
+  format[f++] = '%';
+  if (alternativeForm) format[f++] = '#';
+  format[f++] = '.';
+  format[f++] = '*';
+  if (isLongDouble) format[f++] = 'L';
+  format[f++] = static_cast<char>(spec->symbol & 0xFF);
+  format[f] = 0;
+  if (precision < 0) precision = 6;
+
+  char stack[kNarrowStack];
+  char* narrow = stack;
+  std::size_t size = sizeof stack;
+  const NUV_UTF16 sym = spec->symbol;
+  const bool fixed = sym == 'f' || sym == 'F';
+  if (fixed ? !fixed_fits_stack(precision, value) : precision > 320) {
+    size = static_cast<std::size_t>(precision) + (fixed ? 640 : 16);
+    narrow = static_cast<char*>(std::malloc(size));
+    if (!narrow) {
+      u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
+      set_ascii(spec, "");
+      return -1;
+    }
+  }
+  int len = isLongDouble ? std::snprintf(narrow, size, format, precision, value)
+                         : std::snprintf(narrow, size, format, precision, static_cast<double>(value));
+  if (len < 0) len = 0;
+  if (static_cast<std::size_t>(len) >= size) {
+    if (nuv::load_relaxed(u16_trace_level) != 0)
+      u16_traceMsg("Buffer overflow (floating point output)", src::kOutCS, src::kFloatOverflowLine, 1);
+    len = static_cast<int>(size - 1);  // snprintf has cut it there
+  }
+  int rc = 0;
+  NUV_UTF16* out = text_room(spec, static_cast<std::size_t>(len) + 1, src::kWidenAllocLine);
+  if (out) {
+    for (int i = 0; i < len; ++i) out[i] = static_cast<unsigned char>(narrow[i]);
+    out[len] = 0;
+    spec->length = len;
+  } else {
+    rc = -1;
+  }
+  if (narrow != stack) std::free(narrow);
+  return rc;
+}
+
+int OutputConversionSpec_toString(OutputConversionSpec* spec, const LengthModifier* length, int alternativeForm,
+                                  int precision, std::va_list* args) {
+  const bool wide = LengthModifier_isLongValue(length) || LengthModifier_isLongLong(length);
+  switch (spec->symbol) {
+    case '%':
+      set_ascii(spec, "%");
+      return 0;
+    case 'd':
+    case 'i': {
+      const int64_t v = wide ? va_arg(*args, int64_t) : va_arg(*args, int);
+      uint64_t mag = static_cast<uint64_t>(v);
+      if (v < 0) {
+        spec->negative = 1;
+        mag = 0 - mag;  // also right for the most negative value
+      }
+      return OutputConversionSpec_itoa__(spec, mag, 10, 0, precision, alternativeForm);
+    }
+    case 'u':
+    case 'x':
+    case 'X': {
+      const uint64_t v = wide ? va_arg(*args, uint64_t) : va_arg(*args, unsigned);
+      const int base = spec->symbol == 'u' ? 10 : 16;
+      return OutputConversionSpec_itoa__(spec, v, base, spec->symbol == 'X', precision, alternativeForm);
+    }
+    case 'o':
+      // Always 32 bits, whatever the modifier says.
+      return OutputConversionSpec_itoa__(spec, va_arg(*args, unsigned), 8, 0, precision, alternativeForm);
+    case 'p': {
+      const void* p = va_arg(*args, void*);
+      if (!p) {
+        set_ascii(spec, "(nil)");
+        return 0;
+      }
+      return OutputConversionSpec_itoa__(spec, reinterpret_cast<uintptr_t>(p), 16, 0, precision, alternativeForm);
+    }
+    case 'c':
+      spec->inlineText[0] = static_cast<NUV_UTF16>(va_arg(*args, int) & 0xFFFF);
+      spec->inlineText[1] = 0;
+      spec->text = spec->inlineText;
+      spec->length = 1;
+      return 0;
+    case 's': {
+      const auto* s = va_arg(*args, const NUV_UTF16*);
+      if (!s) {
+        set_ascii(spec, "(null)");
+        return 0;
+      }
+      const std::size_t n = precision >= 0 ? strnlenU16(s, static_cast<std::size_t>(precision))
+                                           : static_cast<std::size_t>(strlenU16(s));
+      // Inline when the text and its NUL take fewer than 2,051 bytes.
+      NUV_UTF16* out = text_room(spec, n + 1, src::kStringAllocLine);
+      if (!out) return -1;
+      std::memcpy(out, s, n * sizeof(NUV_UTF16));
+      out[n] = 0;
+      spec->length = static_cast<int32_t>(n);
+      return 0;
+    }
+    case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A': {
+      const bool ld = LengthModifier_isLongDoubleValue(length);
+      long double v = ld ? va_arg(*args, long double) : va_arg(*args, double);
+      if (v < 0) {
+        spec->negative = 1;
+        v = -v;
+      }
+      return OutputConversionSpec_dtoa__(spec, ld, alternativeForm, precision, v);
+    }
+    default:
+      set_ascii(spec, "");
+      return 0;
+  }
+}
+
+namespace {
+
+inline bool has_prefix_text(const OutputConversionSpec* s) {
+  return s->length > 0 && !(s->length == 1 && s->text[0] == '0');
+}
+
+}  // namespace
+
+void OutputConversion_toString(OutputConversion* c) {
+  const NUV_UTF16 sym = c->spec.symbol;
+  const bool numeric = OutputConversionSpec_isNumber(&c->spec);
+  c->signChar = 0;
+  c->signLength = 0;
+  if (numeric && sym != 'u' && sym != 'x' && sym != 'X') {
+    if (c->spec.negative) c->signChar = '-';
+    else if (c->flags.signConversion) c->signChar = '+';
+    else if (c->flags.space) c->signChar = ' ';
+    c->signLength = c->signChar ? 1 : 0;
+  }
+  c->padding = 0;
+  if (FieldWidth_isDefined(&c->width)) {
+    int64_t pad = static_cast<int64_t>(c->width.value) - c->spec.length - c->signLength;
+    if (numeric && c->flags.alternativeForm && has_prefix_text(&c->spec)) {
+      if (sym == 'x' || sym == 'X') pad -= 2;
+      else if (sym == 'o') pad -= 1;
+    }
+    c->padding = pad < INT32_MIN ? INT32_MIN : static_cast<int32_t>(pad);
+  }
+}
+
+int OutputConversion_output(OutputConversion* c, OutputStream* stream, int strict) {
+  const OutputFlags& fl = c->flags;
+  const NUV_UTF16 sym = c->spec.symbol;
+  // A precision below the width turns zero padding into spaces, for every symbol.
+  const bool zeroBlocked = OutputPrecision_isDefined(&c->precision) && FieldWidth_isDefined(&c->width) &&
+                           c->precision.value < c->width.value;
+  int total = 0;
+  int r;
+  if (!fl.leftJustified && (!fl.zero || zeroBlocked)) {
+    if ((r = OutputStream_writeMultipleChar(stream, ' ', c->padding, strict)) < 0) return r;
+    total += r;
+  }
+  if (c->signLength) {
+    const NUV_UTF16 sign = static_cast<NUV_UTF16>(c->signChar);
+    if ((r = OutputStream_writeString(stream, &sign, 1, strict)) < 0) return r;
+    total += r;
+  }
+  if (fl.alternativeForm && has_prefix_text(&c->spec) && OutputConversionSpec_isNumber(&c->spec) &&
+      (sym == 'x' || sym == 'X' || sym == 'o')) {
+    if ((r = OutputStream_writeSingleChar(stream, '0', strict)) < 0) return r;
+    total += r;
+    if (sym != 'o') {
+      if ((r = OutputStream_writeSingleChar(stream, sym, strict)) < 0) return r;
+      total += r;
+    }
+  }
+  if (fl.zero && !fl.leftJustified && !zeroBlocked) {
+    if ((r = OutputStream_writeMultipleChar(stream, '0', c->padding, strict)) < 0) return r;
+    total += r;
+  }
+  if (sym == 'c') r = OutputStream_writeSingleChar(stream, c->spec.text[0], strict);
+  else r = OutputStream_writeString(stream, c->spec.text, c->spec.length, strict);
+  if (r < 0) return r;
+  total += r;
+  if (fl.leftJustified) {
+    if ((r = OutputStream_writeMultipleChar(stream, ' ', c->padding, strict)) < 0) return r;
+    total += r;
+  }
+  return total;
+}
