@@ -306,6 +306,25 @@ NUV_API NUV_UTF16 *getsU16(NUV_UTF16 *buffer);
 NUV_API NUV_UTF16 *getsU(NUV_UTF16 *buffer);
 NUV_API NUV_UTF16 *gets_sU16(NUV_UTF16 *buffer, size_t capacity);
 NUV_API char *gets_sRFB(char *buffer, size_t capacity);
+/* Typed readers.  Sizes include the terminator.  Word/line: units stored,
+ * -1 at end of file or on a stream error, -2 when invalid UTF-8 was kept
+ * (its bytes of 0x80 and above as the substitute unit).  Numbers: 0, 1 out
+ * of range (ERANGE), -1 end of file or error, -2 not a number (the value
+ * receives the character's code). */
+NUV_API int fget_strU16(NUV_UTF16 *buffer, int size, FILE *stream, NUV_UTF16 substitute);
+NUV_API int fget_strU(NUV_UTF16 *buffer, int size, FILE *stream, int substitute);
+NUV_API int fget_lineU16(NUV_UTF16 *buffer, int size, FILE *stream, NUV_UTF16 substitute);
+NUV_API int fget_lineU(NUV_UTF16 *buffer, int size, FILE *stream, int substitute);
+NUV_API int fget_longU16(long *value, FILE *stream);
+NUV_API int fget_longU(long *value, FILE *stream);
+NUV_API int fget_intU16(int *value, FILE *stream);
+NUV_API int fget_intU(int *value, FILE *stream);
+NUV_API int fget_strR(char *buffer, int size, FILE *stream);
+NUV_API int fget_lineR(char *buffer, int size, FILE *stream);
+NUV_API int fget_longR(long *value, FILE *stream);
+NUV_API int fget_intR(int *value, FILE *stream);
+/* Grows a number buffer: state 0 inline, 2 heap, 1/3 growing failed. */
+NUV_API void nlsui_enlar_nuspace(char **buffer, int *size, int *state);
 
 /* ======================================================================
  * Number parsing (added by the number subsystem)
