@@ -30,6 +30,7 @@ run: build
 	cmake --install $(BUILD) --prefix $(STAGE) > /dev/null
 	$(MAKE) -C examples STAGE=$(STAGE) BUILD=$(CURDIR)/$(BUILD)/examples
 	LD_LIBRARY_PATH=$(STAGE)/lib $(CURDIR)/$(BUILD)/examples/tour $(CURDIR)/examples/data
+	@bash examples/convert_samples.sh $(CURDIR)/$(BUILD)/tools/nuvconv $(CURDIR)/examples/data $(CURDIR)/$(BUILD)/samples
 
 test: test-normal test-asan
 
