@@ -79,9 +79,11 @@ NUV_API int fgetcU16(FILE* stream) {
   }
   unsigned char rec[5];
   int status;
-  flockfile(stream);
-  std::int32_t c = getc_unlockedU16_errno(stream, rec, &status);
-  funlockfile(stream);
+  std::int32_t c;
+  {
+    nuv::StreamLock lock(stream);
+    c = getc_unlockedU16_errno(stream, rec, &status);
+  }
   bool dropped = false;
   if (c > 0xFFFF) {
     // One unit cannot hold it and no state is kept for a second call.
@@ -100,7 +102,7 @@ NUV_API size_t freadU16(NUV_UTF16* buffer, size_t size, size_t count, FILE* stre
   size_t n = 0;
   unsigned char rec[5];
   int status;
-  flockfile(stream);
+  nuv::StreamLock lock(stream);
   nuv::CachedBytes next(stream);
   while (n < total) {
     std::int32_t c = nuv::decode_one(next, rec, &status);
@@ -114,7 +116,6 @@ NUV_API size_t freadU16(NUV_UTF16* buffer, size_t size, size_t count, FILE* stre
     }
   }
   next.sync();
-  funlockfile(stream);
   return n / size;
 }
 

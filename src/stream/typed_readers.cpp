@@ -18,14 +18,6 @@ constexpr int kNumberInline = 32;
 // The six narrow white-space bytes that end a word even inside a bad sequence.
 inline bool is_c_space(int b) { return b == ' ' || (b >= '\t' && b <= '\r'); }
 
-struct Locked {
-  FILE* f;
-  explicit Locked(FILE* file) : f(file) { flockfile(f); }
-  ~Locked() { funlockfile(f); }
-  Locked(const Locked&) = delete;
-  Locked& operator=(const Locked&) = delete;
-};
-
 // Number text: 32 bytes inline, grown by nlsui_enlar_nuspace.
 struct NumberText {
   char inline_bytes[kNumberInline];
@@ -53,7 +45,7 @@ enum class Item { Word, Line };
 
 template <Item kind>
 int read_text(NUV_UTF16* buffer, int size, FILE* f, NUV_UTF16 substitute) {
-  Locked lock(f);
+  nuv::StreamLock lock(f);
   int n = 0;
   bool at_eof = false, invalid = false;
   if (size > 1) {
@@ -121,7 +113,7 @@ int read_text(NUV_UTF16* buffer, int size, FILE* f, NUV_UTF16 substitute) {
 
 template <Item kind>
 int read_text_narrow(char* buffer, int size, FILE* f) {
-  Locked lock(f);
+  nuv::StreamLock lock(f);
   int n = 0;
   bool at_eof = false;
   if (size > 1) {
@@ -188,7 +180,7 @@ int read_number(T* value, FILE* f, int first) {
 
 template <Width w, class T>
 int read_number_u16(T* value, FILE* f) {
-  Locked lock(f);
+  nuv::StreamLock lock(f);
   errno = 0;
   unsigned char rec[5];
   std::int32_t c;
@@ -200,7 +192,7 @@ int read_number_u16(T* value, FILE* f) {
 
 template <Width w, class T>
 int read_number_narrow(T* value, FILE* f) {
-  Locked lock(f);
+  nuv::StreamLock lock(f);
   errno = 0;
   int c;
   while ((c = getc_unlocked(f)) != EOF && std::isspace(c)) {

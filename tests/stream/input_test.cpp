@@ -122,6 +122,30 @@ TEST_P(StreamReaders, FgetsEveryCapacity) {
   }
 }
 
+TEST(Fgets, LatinTextThroughTheBlockDecoder) {
+  RecordingTrace quiet(0);
+  for (uint32_t seed = 1; seed <= 12; ++seed) {
+    auto bytes = nuvtest::latin_stream(seed, 20000);
+    auto chars = ref_decode(bytes);
+    for (int cap : {17, 18, 40, 4096}) {
+      TempStream s(bytes, seed % 2 ? Buffering::Default : Buffering::Tiny7);
+      size_t i = 0;
+      std::vector<NUV_UTF16> buf(static_cast<size_t>(cap));
+      for (;;) {
+        std::u16string want;
+        bool have = model_fgets(chars, i, cap, want);
+        NUV_UTF16* r = fgetsU16(buf.data(), cap, s.f);
+        if (!have) {
+          ASSERT_EQ(r, nullptr);
+          break;
+        }
+        ASSERT_EQ(std::u16string(reinterpret_cast<char16_t*>(buf.data()), want.size()), want) << seed;
+        ASSERT_EQ(buf[want.size()], 0);
+      }
+    }
+  }
+}
+
 TEST_P(StreamReaders, FreadInElements) {
   const size_t sizes[] = {1, 2, 3, 8};
   for (size_t size : sizes) {

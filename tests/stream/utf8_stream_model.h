@@ -119,6 +119,24 @@ inline std::vector<uint8_t> random_stream(uint32_t seed, size_t pieces, int bad_
   return o;
 }
 
+// Mostly ASCII with two-byte characters, newlines and now and then a broken
+// two-byte sequence or a stray continuation byte: the block decoder's diet.
+inline std::vector<uint8_t> latin_stream(uint32_t seed, size_t pieces) {
+  std::mt19937 rng(seed);
+  auto pick = [&](uint32_t lo, uint32_t hi) { return std::uniform_int_distribution<uint32_t>(lo, hi)(rng); };
+  std::vector<uint8_t> o;
+  for (size_t k = 0; k < pieces; ++k) {
+    uint32_t r = pick(0, 999);
+    if (r < 15) o.push_back('\n');
+    else if (r < 200) put_utf8(o, pick(0x80, 0x7FF));
+    else if (r < 203) o.push_back(static_cast<uint8_t>(pick(0x80, 0xBF)));
+    else if (r < 206) o.push_back(static_cast<uint8_t>(pick(0xC0, 0xDF)));  // lead without its continuation
+    else if (r < 208) put_utf8(o, pick(0x800, 0x10FFFF));
+    else o.push_back(static_cast<uint8_t>(pick(0x20, 0x7E)));
+  }
+  return o;
+}
+
 // The stream's buffering: default, unbuffered (a refill per byte) or a
 // small buffer so that characters straddle refills.
 enum class Buffering { Default, None, Tiny7 };
