@@ -1,6 +1,7 @@
 // strtodU16: our own scanner bounds and normalises the UTF-16 number into a
 // short narrow text, and the C library's strtod does the correctly rounded
-// binary conversion of that text.
+// binary conversion of that text (short numbers with small exponents are
+// converted exactly here, with the same result).
 #include <langinfo.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 
 #include "common/nuv_internal.h"
 #include "ctype/ctype_tables.h"
+#include "number/exact_decimal.h"
 
 namespace {
 
@@ -20,6 +22,7 @@ constexpr int kMaxSignificant = 24;
 constexpr int kMaxPlainExponentDigits = 4;
 constexpr std::uint32_t kMaxCorrectedExponent = 65535;
 constexpr long kDumpUnits = 80;
+using nuv::kExactDigits;
 
 inline char16_t at(const NUV_UTF16* p) { return nuv::unit_at(p); }
 inline bool is_digit(char16_t u) { return u >= '0' && u <= '9'; }
@@ -102,7 +105,9 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
   }
 
   // Mantissa: at most 24 significant digits; what is dropped moves the exponent.
-  int significant = 0;
+  // The value of the first digits is kept as well, for the exact fast path below.
+  int significant = 0, fraction_copied = 0;
+  std::uint64_t mantissa = 0;
   std::int64_t correction = 0;
   bool nonzero = false;
   while (at(s) == '0') ++s;
@@ -110,6 +115,7 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
     nonzero = true;
     if (significant < kMaxSignificant) {
       narrow[n++] = static_cast<char>(u);
+      if (significant < kExactDigits) mantissa = mantissa * 10 + (u - '0');
       ++significant;
     } else {
       ++correction;
@@ -124,7 +130,9 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
     for (; is_digit(u = at(s)); ++s) {
       if (significant < kMaxSignificant) {
         narrow[n++] = static_cast<char>(u);
+        if (significant < kExactDigits) mantissa = mantissa * 10 + (u - '0');
         ++significant;
+        ++fraction_copied;
         if (u != '0') nonzero = true;
       }
     }
@@ -132,6 +140,7 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
 
   // Exponent, taken only when digits follow the 'e' and its sign.
   bool have_exponent = false;
+  std::int64_t exponent = correction;  // the exponent the narrow text ends up with
   if (at(s) == 'e' || at(s) == 'E') {
     const NUV_UTF16* p = s + 1;
     bool exp_negative = false;
@@ -157,13 +166,13 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
         return negative ? -HUGE_VAL : HUGE_VAL;
       }
       narrow[n++] = 'e';
+      exponent = correction + (exp_negative ? -static_cast<std::int64_t>(value) : value);
       if (correction == 0) {
         if (exp_negative) narrow[n++] = '-';
         if (count == 0) narrow[n++] = '0';
         for (const NUV_UTF16* q = first; q < p; ++q) narrow[n++] = static_cast<char>(at(q));
       } else {
-        const std::int64_t e = exp_negative ? -static_cast<std::int64_t>(value) : value;
-        n += put_decimal(narrow + n, correction + e);
+        n += put_decimal(narrow + n, exponent);
       }
     }
   }
@@ -172,6 +181,12 @@ extern "C" NUV_API double strtodU16(const NUV_UTF16* text, NUV_UTF16** end) {
     n += put_decimal(narrow + n, correction);
   }
   narrow[n] = 0;
+
+  double exact;
+  if (significant <= kExactDigits && nuv::exact_scale(mantissa, exponent - fraction_copied, &exact)) {
+    if (end) *end = const_cast<NUV_UTF16*>(s);
+    return negative ? -exact : exact;
+  }
 
   char* narrow_end;
   const double v = std::strtod(narrow, &narrow_end);

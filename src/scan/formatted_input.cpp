@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "ctype/ctype_tables.h"
+#include "number/exact_decimal.h"
 #include "scan/scan_engine.h"
 
 namespace {
@@ -300,10 +301,15 @@ Step getFloat(InputStream* s, const InputConversion* conv, void* dest, int32_t c
   const char* narrow = text.c_str();
   char* end;
   long double v;
-  if (size_class == 3)
+  double exact;
+  if (size_class == 3) {
     v = std::strtold(narrow, &end);
-  else
+  } else if (nuv::exact_decimal(narrow, narrow + text.len, static_cast<char>(dp), &exact)) {
+    v = exact;  // what strtod gives, found faster
+    end = const_cast<char*>(narrow) + text.len;
+  } else {
     v = std::strtod(narrow, &end);
+  }
   if (end == narrow) return InputStream_EOF(s) && text.len == 0 ? Step::EndOfInput : Step::Mismatch;
   if (dest) store_floating(dest, size_class, negative ? -v : v);
   return Step::Done;

@@ -15,18 +15,6 @@ bool accepted_symbol(NUV_UTF16 u) {
 
 }  // namespace
 
-void InputConversionCtor(InputConversion* c) {
-  c->suppress = 0;
-  FieldWidthCtor(&c->width);
-  LengthModifierCtor(&c->length);
-  c->spec.symbol = 0;
-}
-
-void InputConversionXtor(InputConversion* c) {
-  FieldWidthXtor(&c->width);
-  LengthModifierXtor(&c->length);
-}
-
 int InputConversion_parse(InputConversion* c, const NUV_UTF16* pos, std::va_list* args) {
   const NUV_UTF16* p = pos;
   if (*p == '*') {

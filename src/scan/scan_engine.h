@@ -95,8 +95,16 @@ struct InputConversion {
   InputConversionSpec spec;
 };
 
-void InputConversionCtor(InputConversion* c);
-void InputConversionXtor(InputConversion* c);
+inline void InputConversionCtor(InputConversion* c) {
+  c->suppress = 0;
+  FieldWidthCtor(&c->width);
+  LengthModifierCtor(&c->length);
+  c->spec.symbol = 0;
+}
+inline void InputConversionXtor(InputConversion* c) {
+  FieldWidthXtor(&c->width);
+  LengthModifierXtor(&c->length);
+}
 // pos is just behind the '%'.  Returns the units consumed up to and including
 // the symbol, or -1 for an unknown directive (reported above trace level 3).
 int InputConversion_parse(InputConversion* c, const NUV_UTF16* pos, std::va_list* args);
