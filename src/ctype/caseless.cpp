@@ -7,7 +7,8 @@
 // The comparisons hand every unit to tolowerU; they take the ASCII shortcut
 // only while tolowerU is a target whose ASCII answers are the plain ones and
 // say nothing (ICU's, the built-in table, the 7-bit fallback), and skip equal
-// units only while it is also free of reports (not the fallback).
+// units only while it is also free of reports (not the fallback).  ICU's
+// answers are cached per block of the BMP (see CaseCache).
 #include <emmintrin.h>
 
 #include <cctype>
@@ -15,6 +16,7 @@
 
 #include "common/nuv_internal.h"
 #include "ctype/caseless.h"
+#include "ctype/ctype_tables.h"
 #include "ctype/icu_loader.h"
 
 using nuv::load_relaxed;
@@ -48,41 +50,68 @@ inline __m128i shift_range(__m128i v, char lo, short delta) {
 inline __m128i lower8(__m128i v) { return shift_range(v, 'A', 0x20); }
 inline __m128i upper8(__m128i v) { return shift_range(v, 'a', -0x20); }
 
-enum class Kind { kOther, kQuiet, kPure };
+// ICU's answers for the BMP, kept per 256-unit block as each block is first
+// met.  ICU's simple case mapping is a pure function once bound, so while an
+// entry points at ICU's own function a lookup here is that call.
+struct CaseCache {
+  std::uint16_t map[0x10000];
+  std::uint8_t ready[256];
+};
+CaseCache g_icu_upper, g_icu_lower;
 
-// What the comparisons may assume about the current tolowerU.
-Kind kind_of(NUV_CTYPE_FUNC f) {
-  if (f == tolowerU16) return Kind::kPure;
-  if (f == tolowerU_7bit) return Kind::kQuiet;
-  if (reinterpret_cast<void*>(f) == reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_tolower)) && f)
-    return Kind::kPure;
-  return Kind::kOther;
+__attribute__((noinline)) void fill_block(CaseCache& c, NUV_CTYPE_FUNC f, std::uint32_t block) {
+  for (std::uint32_t u = block << 8; u < ((block + 1) << 8); ++u)
+    std::atomic_ref<std::uint16_t>(c.map[u]).store(static_cast<std::uint16_t>(f(static_cast<std::int32_t>(u))),
+                                                   std::memory_order_relaxed);
+  std::atomic_ref<std::uint8_t>(c.ready[block]).store(1, std::memory_order_release);
 }
+
+// How one case entry is applied: ICU's function through the cache, the
+// built-in table inline, or any other function called.
+struct Mapper {
+  NUV_CTYPE_FUNC f;
+  CaseCache* cache;  // f is ICU's, bound by the loader
+  bool table;        // f is the built-in Unicode 3.1 table
+  bool quiet;        // f's ASCII answers are the plain ones and say nothing
+
+  Mapper(NUV_CTYPE_FUNC fn, bool up) : f(fn), cache(nullptr), table(false), quiet(false) {
+    const void* icu = up ? reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_toupper))
+                         : reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_tolower));
+    if (icu && reinterpret_cast<void*>(fn) == icu) cache = up ? &g_icu_upper : &g_icu_lower;
+    table = fn == (up ? toupperU16 : tolowerU16);
+    quiet = cache || table || fn == (up ? toupperU_7bit : tolowerU_7bit);
+  }
+  // Same answer for the same unit, and no reports: equal units may be skipped.
+  bool pure() const { return cache || table; }
+
+  // u is one UTF-16 unit.
+  std::uint32_t operator()(std::uint32_t u, bool up) const {
+    if (cache) {
+      if (!std::atomic_ref<std::uint8_t>(cache->ready[u >> 8]).load(std::memory_order_acquire))
+        fill_block(*cache, f, u >> 8);
+      return std::atomic_ref<std::uint16_t>(cache->map[u]).load(std::memory_order_relaxed);
+    }
+    if (table)
+      return static_cast<std::uint16_t>(up ? nuv::to_upper_unit(static_cast<std::int32_t>(u))
+                                           : nuv::to_lower_unit(static_cast<std::int32_t>(u)));
+    return static_cast<std::uint16_t>(f(static_cast<std::int32_t>(u)));
+  }
+};
 
 // The comparisons' entry: binds ICU first if tolowerU still is its wrapper.
-NUV_CTYPE_FUNC current_tolower() {
-  NUV_CTYPE_FUNC f = load_relaxed(tolowerU);
-  if (f == tolowerU_wrapper) {
-    loadIcuDo(0);
-    f = load_relaxed(tolowerU);
-  }
-  return f;
-}
-
-inline std::uint32_t lowered(NUV_CTYPE_FUNC f, Kind k, std::uint32_t u) {
-  if (u < 0x80 && k != Kind::kOther) return ascii_lower(u);
-  return static_cast<std::uint16_t>(f(static_cast<std::int32_t>(u)));
+void bind_tolower() {
+  if (load_relaxed(tolowerU) == tolowerU_wrapper) loadIcuDo(0);
 }
 
 NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
+  NUV_CTYPE_FUNC f = load_relaxed(tolowerU);
+  Mapper m(f, false);
   std::size_t i = 0;
   while (i < n) {
-    NUV_CTYPE_FUNC f = load_relaxed(tolowerU);
-    const Kind k = kind_of(f);
-    if (k != Kind::kOther && n - i >= 8 && block_in_page(a + i) && block_in_page(b + i)) {
+    if (m.quiet && n - i >= 8 && block_in_page(a + i) && block_in_page(b + i)) {
       const __m128i va = load8(a + i), vb = load8(b + i);
       const bool same = _mm_movemask_epi8(_mm_cmpeq_epi16(va, vb)) == 0xFFFF;
-      if (same && k == Kind::kPure) {
+      if (same && m.pure()) {
         if (has_zero(va)) return 0;
         i += 8;
         continue;
@@ -93,18 +122,18 @@ NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
         continue;
       }
     }
-    // Unit by unit through the rest of this block.
+    // Unit by unit through the rest of this block; a switch of the entry
+    // counts from the next unit.
     const std::size_t end = (n - i < 8) ? n : i + 8;
     for (; i < end; ++i) {
+      if (NUV_CTYPE_FUNC now = load_relaxed(tolowerU); now != f) m = Mapper(f = now, false);
       const std::uint32_t ua = unit_at(a + i), ub = unit_at(b + i);
-      std::uint32_t la, lb;
-      if (ua == ub && k == Kind::kPure) {
+      if (ua == ub && m.pure()) {
         if (ua == 0) return 0;
         continue;
       }
-      if (k == Kind::kOther) f = load_relaxed(tolowerU);  // a switch counts from the next unit
-      la = lowered(f, k, ua);
-      lb = lowered(f, k, ub);
+      const std::uint32_t la = (ua < 0x80 && m.quiet) ? ascii_lower(ua) : m(ua, false);
+      const std::uint32_t lb = (ub < 0x80 && m.quiet) ? ascii_lower(ub) : m(ub, false);
       if (la != lb || la == 0) return static_cast<int>(la) - static_cast<int>(lb);
     }
   }
@@ -114,6 +143,8 @@ NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
 // In place (dest == src) or copying; n bounds the in-place n forms.
 NUV_NO_ASAN NUV_UTF16* convert(NUV_UTF16* dest, const NUV_UTF16* src, std::size_t n, bool up, bool copy_terminator) {
   NUV_CTYPE_FUNC* entry = up ? &toupperU : &tolowerU;
+  NUV_CTYPE_FUNC f = load_relaxed(*entry);
+  Mapper m(f, up);
   std::size_t i = 0;
   while (i < n) {
     if (n - i >= 8 && block_in_page(src + i)) {
@@ -131,9 +162,14 @@ NUV_NO_ASAN NUV_UTF16* convert(NUV_UTF16* dest, const NUV_UTF16* src, std::size_
         if (copy_terminator) dest[i] = 0;
         return dest;
       }
-      const std::uint32_t m =
-          u < 0x80 ? (up ? ascii_upper(u) : ascii_lower(u)) : static_cast<std::uint16_t>(load_relaxed(*entry)(u));
-      dest[i] = static_cast<NUV_UTF16>(m);
+      std::uint32_t r;
+      if (u < 0x80) {
+        r = up ? ascii_upper(u) : ascii_lower(u);
+      } else {
+        if (NUV_CTYPE_FUNC now = load_relaxed(*entry); now != f) m = Mapper(f = now, up);
+        r = m(u, up);
+      }
+      dest[i] = static_cast<NUV_UTF16>(r);
     }
   }
   return dest;
@@ -179,13 +215,13 @@ extern "C" {
 
 NUV_API int strcasecmpU16(const NUV_UTF16* a, const NUV_UTF16* b) {
   if (a == b) return 0;
-  current_tolower();
+  bind_tolower();
   return casecmp(a, b, kNoLimit);
 }
 
 NUV_API int strncasecmpU16(const NUV_UTF16* a, const NUV_UTF16* b, size_t n) {
   if (n == 0 || a == b) return 0;
-  current_tolower();
+  bind_tolower();
   return casecmp(a, b, n);
 }
 
