@@ -56,8 +56,40 @@ inline __m128i upper8(__m128i v) { return shift_range(v, 'a', -0x20); }
 struct CaseCache {
   std::uint16_t map[0x10000];
   std::uint8_t ready[256];
+  std::uint8_t latin1;  // see latin1_state
 };
 CaseCache g_icu_upper, g_icu_lower;
+std::uint8_t g_table_latin1[2];  // [up]
+
+// Latin-1 letters by the common rule (ASCII letters included); 0xB5 and 0xFF
+// are left to the lookup, as their mappings leave the range.
+inline std::uint32_t latin1_rule(std::uint32_t u, bool up) {
+  if (up) return (u - 'a' < 26u || (u - 0xE0u < 0x1Fu && u != 0xF7)) ? u - 0x20 : u;
+  return (u - 'A' < 26u || (u - 0xC0u < 0x1Fu && u != 0xD7)) ? u + 0x20 : u;
+}
+
+inline __m128i in_range(__m128i v, short lo, short hi) {
+  return _mm_and_si128(_mm_cmpgt_epi16(v, _mm_set1_epi16(lo - 1)), _mm_cmplt_epi16(v, _mm_set1_epi16(hi + 1)));
+}
+
+// latin1_rule on eight lanes, all below 0x100 (so signed compares are fine).
+inline __m128i latin1_case8(__m128i v, bool up) {
+  const __m128i letters =
+      up ? _mm_or_si128(in_range(v, 'a', 'z'),
+                        _mm_andnot_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0xF7)), in_range(v, 0xE0, 0xFE)))
+         : _mm_or_si128(in_range(v, 'A', 'Z'),
+                        _mm_andnot_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0xD7)), in_range(v, 0xC0, 0xDE)));
+  return _mm_add_epi16(v, _mm_and_si128(letters, _mm_set1_epi16(up ? -0x20 : 0x20)));
+}
+
+// Eight units that latin1_case8 may take: no zero, none above 0xFF, no 0xB5 or 0xFF.
+inline bool latin1_block(__m128i v) {
+  const __m128i z = _mm_setzero_si128();
+  const int below = _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF00))), z));
+  const int other = _mm_movemask_epi8(_mm_or_si128(
+      _mm_cmpeq_epi16(v, z), _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0xB5)), _mm_cmpeq_epi16(v, _mm_set1_epi16(0xFF)))));
+  return below == 0xFFFF && other == 0;
+}
 
 __attribute__((noinline)) void fill_block(CaseCache& c, NUV_CTYPE_FUNC f, std::uint32_t block) {
   for (std::uint32_t u = block << 8; u < ((block + 1) << 8); ++u)
@@ -73,13 +105,27 @@ struct Mapper {
   CaseCache* cache;  // f is ICU's, bound by the loader
   bool table;        // f is the built-in Unicode 3.1 table
   bool quiet;        // f's ASCII answers are the plain ones and say nothing
+  bool latin1;       // f follows latin1_rule below 0x100 (but 0xB5, 0xFF)
 
-  Mapper(NUV_CTYPE_FUNC fn, bool up) : f(fn), cache(nullptr), table(false), quiet(false) {
+  Mapper(NUV_CTYPE_FUNC fn, bool up) : f(fn), cache(nullptr), table(false), quiet(false), latin1(false) {
     const void* icu = up ? reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_toupper))
                          : reinterpret_cast<void*>(load_relaxed(nuv::icu::ctype.u_tolower));
     if (icu && reinterpret_cast<void*>(fn) == icu) cache = up ? &g_icu_upper : &g_icu_lower;
     table = fn == (up ? toupperU16 : tolowerU16);
     quiet = cache || table || fn == (up ? toupperU_7bit : tolowerU_7bit);
+    if (pure()) latin1 = latin1_state(cache ? cache->latin1 : g_table_latin1[up], up);
+  }
+
+  // Checked once per target: 0 not yet, 2 follows the rule, 3 does not.
+  bool latin1_state(std::uint8_t& state, bool up) const {
+    std::uint8_t st = std::atomic_ref<std::uint8_t>(state).load(std::memory_order_relaxed);
+    if (st == 0) {
+      st = 2;
+      for (std::uint32_t u = 0x80; u < 0x100; ++u)
+        if (u != 0xB5 && u != 0xFF && (*this)(u, up) != latin1_rule(u, up)) st = 3;
+      std::atomic_ref<std::uint8_t>(state).store(st, std::memory_order_relaxed);
+    }
+    return st == 2;
   }
   // Same answer for the same unit, and no reports: equal units may be skipped.
   bool pure() const { return cache || table; }
@@ -108,6 +154,7 @@ NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
   Mapper m(f, false);
   std::size_t i = 0;
   while (i < n) {
+    if (NUV_CTYPE_FUNC now = load_relaxed(tolowerU); now != f) m = Mapper(f = now, false);
     if (m.quiet && n - i >= 8 && block_in_page(a + i) && block_in_page(b + i)) {
       const __m128i va = load8(a + i), vb = load8(b + i);
       const bool same = _mm_movemask_epi8(_mm_cmpeq_epi16(va, vb)) == 0xFFFF;
@@ -118,6 +165,11 @@ NUV_NO_ASAN int casecmp(const NUV_UTF16* a, const NUV_UTF16* b, std::size_t n) {
       }
       if (all_ascii(va) && all_ascii(vb) && !has_zero(va) && !has_zero(vb) &&
           _mm_movemask_epi8(_mm_cmpeq_epi16(lower8(va), lower8(vb))) == 0xFFFF) {
+        i += 8;
+        continue;
+      }
+      if (m.latin1 && latin1_block(va) && latin1_block(vb) &&
+          _mm_movemask_epi8(_mm_cmpeq_epi16(latin1_case8(va, false), latin1_case8(vb, false))) == 0xFFFF) {
         i += 8;
         continue;
       }
@@ -151,6 +203,12 @@ NUV_NO_ASAN NUV_UTF16* convert(NUV_UTF16* dest, const NUV_UTF16* src, std::size_
       const __m128i v = load8(src + i);
       if (all_ascii(v) && !has_zero(v)) {
         store8(dest + i, up ? upper8(v) : lower8(v));
+        i += 8;
+        continue;
+      }
+      if (NUV_CTYPE_FUNC now = load_relaxed(*entry); now != f) m = Mapper(f = now, up);
+      if (m.latin1 && latin1_block(v)) {
+        store8(dest + i, latin1_case8(v, up));
         i += 8;
         continue;
       }

@@ -143,6 +143,27 @@ INSTANTIATE_TEST_SUITE_P(Mappings, AgainstReference,
                          ::testing::Values(Mapping::kIcu, Mapping::kFallback, Mapping::kTable, Mapping::kUser),
                          mapping_name);
 
+// Every Latin-1 unit at every lane of a block, so the block paths meet each
+// one (0xB5 and 0xFF leave the range and must take the unit path).
+TEST_P(AgainstReference, EveryLatin1UnitInEveryLane) {
+  UseMapping use(GetParam());
+  for (char16_t u = 1; u < 0x100; ++u)
+    for (int lane = 0; lane < 8; ++lane) {
+      std::u16string s(17, u'\u00e9');
+      for (int i = 0; i < 16; i += 3) s[i] = u'Q';
+      s[lane] = s[8 + lane] = u;
+      s[16] = 0;
+      for (bool up : {false, true}) {
+        std::u16string got = s, want = s;
+        (up ? strtoupperU16 : strtolowerU16)(got.data());
+        nuv::strncase_ref(want.data(), SIZE_MAX, up);
+        ASSERT_EQ(got, want) << std::hex << static_cast<int>(u) << " lane " << lane;
+        ASSERT_EQ(strcasecmpU16(s.c_str(), got.c_str()), nuv::strcasecmp_ref(s.c_str(), got.c_str()))
+            << std::hex << static_cast<int>(u) << " lane " << lane;
+      }
+    }
+}
+
 // Strings that end at the last unit of a readable page: the fast paths must
 // not touch the next one (it is mapped without access).
 TEST(Caseless, StringsEndingAtAPageEdge) {
