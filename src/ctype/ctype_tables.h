@@ -3,6 +3,8 @@
 // with inline lookups for the library's own parsers and formatters.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace nuv {
@@ -39,25 +41,35 @@ inline std::int32_t to_upper_unit(std::int32_t u) {
   return u + kToUpper_delta[kToUpper_block[u >> 8]][u & 0xFF];
 }
 
+// Bitmaps built at compile time from the rule lists of the white-space and
+// control classes, so those tests are a range check and one load and mask too.
+struct UnitRange {
+  std::uint32_t first, last;
+};
+template <std::size_t N>
+constexpr std::array<std::uint32_t, 2048> bitmap_of(const UnitRange (&ranges)[N]) {
+  std::array<std::uint32_t, 2048> words{};
+  for (const UnitRange& r : ranges)
+    for (std::uint32_t u = r.first; u <= r.last; ++u) words[u >> 5] |= 1u << (u & 31);
+  return words;
+}
+
+inline constexpr UnitRange kSpaceRanges[] = {{0x0009, 0x000D}, {0x001C, 0x0020}, {0x0085, 0x0085},
+                                             {0x00A0, 0x00A0}, {0x1680, 0x1680}, {0x2000, 0x200B},
+                                             {0x2028, 0x2029}, {0x202F, 0x202F}, {0x3000, 0x3000}};
+inline constexpr UnitRange kCntrlRanges[] = {{0x0000, 0x001F}, {0x007F, 0x009F}, {0x070F, 0x070F},
+                                             {0x180B, 0x180E}, {0x200C, 0x200F}, {0x2028, 0x202E},
+                                             {0x206A, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}};
+inline constexpr std::array<std::uint32_t, 2048> spaceTab = bitmap_of(kSpaceRanges);
+inline constexpr std::array<std::uint32_t, 2048> cntrlTab = bitmap_of(kCntrlRanges);
+
+// Any value: outside 0..0xFFFF the answer is 0.
 inline bool is_space_unit(std::int32_t u) {
-  if (u <= 0x20) return u >= 0x1C ? true : (u >= 0x09 && u <= 0x0D);
-  if (u < 0x85) return false;
-  switch (u) {
-    case 0x0085: case 0x00A0: case 0x1680: case 0x2028: case 0x2029: case 0x202F: case 0x3000:
-      return true;
-    default:
-      return u >= 0x2000 && u <= 0x200B;
-  }
+  return static_cast<std::uint32_t>(u) <= 0xFFFF && class_bit(spaceTab.data(), u);
 }
 
 inline bool is_cntrl_unit(std::int32_t u) {
-  if (u < 0) return false;
-  if (u <= 0x1F) return true;
-  if (u < 0x7F) return false;
-  if (u <= 0x9F) return true;
-  return u == 0x070F || (u >= 0x180B && u <= 0x180E) || (u >= 0x200C && u <= 0x200F) ||
-         (u >= 0x2028 && u <= 0x202E) || (u >= 0x206A && u <= 0x206F) || u == 0xFEFF ||
-         (u >= 0xFFF9 && u <= 0xFFFB);
+  return static_cast<std::uint32_t>(u) <= 0xFFFF && class_bit(cntrlTab.data(), u);
 }
 
 inline bool is_xdigit_unit(std::int32_t u) {
