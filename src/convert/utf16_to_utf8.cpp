@@ -80,7 +80,8 @@ rscpStatus Utf16nSwToUtf8nGD(RSCP_U16_TO_U8_ARGS) {
 
 }  // extern "C"
 
-// The checking encoder every new path uses.
+// The checking encoder every new path uses: the base routine in mode 0 with
+// the vector paths.
 extern "C" rscpStatus Utf16nToUtf8n(RSCP_U16_TO_U8_ARGS) {
-  return Utf16nToUtf8nBase(src, srcEnd, dest, destEnd, rscpReplacementCharacter, 0);
+  return encode_utf8<In::Utf16, false, NUV_UTF16, true>(src, srcEnd, dest, destEnd, rscpReplacementCharacter, 0, kBase);
 }

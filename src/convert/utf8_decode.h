@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "convert/report.h"
+#include "convert/utf_simd.h"
 
 namespace nuv::rscp {
 
@@ -68,7 +69,9 @@ inline void put_unit(Unit*& d, uint32_t v) {
   ++d;
 }
 
-template <Out O, bool Swap, class Unit>
+// Fast: vector kernels take the runs they prove valid (mode 1 into UTF-16 in
+// host order, without the surrogate test).
+template <Out O, bool Swap, class Unit, bool Fast = false>
 __attribute__((always_inline)) inline rscpStatus decode_utf8(const rscpUtf8** src, const rscpUtf8* srcEnd,
                                                               Unit** dest, Unit* destEnd, const uint32_t* substChar,
                                                               uint32_t* errCount, int32_t mode, bool surrogateCheck,
@@ -90,7 +93,15 @@ __attribute__((always_inline)) inline rscpStatus decode_utf8(const rscpUtf8** sr
     if (errCount) ++*errCount;
   };
 
+  [[maybe_unused]] const UtfKernels* kernels = nullptr;
+  if constexpr (Fast) kernels = utf_kernels();
   while (s != srcEnd) {
+    if constexpr (Fast) {
+      if (kernels && srcEnd - s >= 32 && destEnd - d >= 32) {
+        kernels->utf8_to_utf16(&s, srcEnd, &d, destEnd);
+        if (s == srcEnd) break;
+      }
+    }
     const unsigned b = *s;
     const unsigned t = lead[b];
     if (d >= destEnd) return stop(s, rscpeDestOverflow, S.overflow);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "convert/report.h"
+#include "convert/utf_simd.h"
 
 namespace nuv::rscp {
 
@@ -64,7 +65,9 @@ inline rscpUtf8* put_utf8(rscpUtf8* d, uint32_t v, unsigned len) {
 
 // mode: 0 checking, 1 lone surrogates pass, 2 checking without control
 // codes, 3 substituting.  UCS-2/UCS-4 sources take every unit as a value.
-template <In I, bool Swap, class Unit>
+// Fast: vector kernels take the runs of units below the surrogates (mode 0
+// from UTF-16 in host order).
+template <In I, bool Swap, class Unit, bool Fast = false>
 __attribute__((always_inline)) inline rscpStatus encode_utf8(const Unit** src, const Unit* srcEnd, rscpUtf8** dest,
                                                               rscpUtf8* destEnd, uint32_t substChar, int32_t mode,
                                                               const EncodeSites& S) {
@@ -75,7 +78,15 @@ __attribute__((always_inline)) inline rscpStatus encode_utf8(const Unit** src, c
     *dest = d;
     return report(status, S.id, site);
   };
+  [[maybe_unused]] const UtfKernels* kernels = nullptr;
+  if constexpr (Fast) kernels = utf_kernels();
   while (s < srcEnd) {
+    if constexpr (Fast) {
+      if (kernels && srcEnd - s >= 16 && destEnd - d >= 48) {
+        kernels->utf16_to_utf8(&s, srcEnd, &d, destEnd);
+        if (s == srcEnd) break;
+      }
+    }
     uint32_t v = get_unit<Unit, Swap>(s);
     const Unit* next = s + 1;
     bool controlTest = mode == 2;

@@ -99,7 +99,8 @@ rscpStatus Utf8nToUtf16nSwNoCCSubst(RSCP_U8_TO_U16_ARGS, RSCP_SUBST_ARGS) {
 }  // extern "C"
 
 // The checking decoder every new path uses: a routine of its own with the
-// base routine's sites (it is the base routine in mode 1).
+// base routine's sites (the base routine in mode 1, plus the vector paths).
 extern "C" rscpStatus Utf8nToUtf16nSubst(RSCP_U8_TO_U16_ARGS, RSCP_SUBST_ARGS) {
-  return decode_utf8<Out::Utf16, false>(src, srcEnd, dest, destEnd, substChar, errCount, 1, false, kBase);
+  return decode_utf8<Out::Utf16, false, NUV_UTF16, true>(src, srcEnd, dest, destEnd, substChar, errCount, 1, false,
+                                                        kBase);
 }

@@ -1,0 +1,28 @@
+// Vector paths of the checking UTF-8 <-> UTF-16 converters.  A kernel
+// advances over a prefix of the source that it has proved valid (for the
+// checking modes, without the surrogate test) and converted; it stops at
+// anything else, which the scalar code then converts or reports.  It never
+// reads at or past srcEnd and never writes at or past destEnd.
+#pragma once
+
+#include "convert/converters.h"
+
+namespace nuv::rscp {
+
+struct UtfKernels {
+  const char* name;
+  void (*utf8_to_utf16)(const rscpUtf8** src, const rscpUtf8* srcEnd, NUV_UTF16** dest, NUV_UTF16* destEnd);
+  void (*utf16_to_utf8)(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
+};
+
+extern const UtfKernels kUtfSse2;  // ASCII runs only
+extern const UtfKernels kUtfAvx2;  // ASCII runs and mixed 1-3 byte runs
+
+// The kernel in use (the best the CPU runs), or null for scalar only.
+const UtfKernels* utf_kernels();
+// The best kernel this CPU runs.
+const UtfKernels* best_utf_kernels();
+// Tests and fuzzing: choose a kernel (null: scalar only).
+void set_utf_kernels(const UtfKernels* k);
+
+}  // namespace nuv::rscp

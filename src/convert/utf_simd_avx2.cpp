@@ -1,0 +1,322 @@
+// AVX2 kernels of the checking UTF-8 <-> UTF-16 converters (chosen at run
+// time).  Runs of ASCII go 32 bytes at a time; mixed runs of one-, two- and
+// three-byte characters go through shuffle tables built at compile time.
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "convert/utf_simd.h"
+
+namespace nuv::rscp {
+
+namespace {
+
+// ---- UTF-8 -> UTF-16 ------------------------------------------------------
+// A block of 64 bytes is checked at once with bit masks (structure of every
+// sequence, overlong forms); then windows walk the characters proved valid.
+// Bit i of the end mask is set when a character ends at byte i.  A window of
+// 12 bytes goes through a table keyed by its end mask: six characters of one
+// or two bytes into 16-bit lanes, or up to four of one to three bytes into
+// 32-bit lanes.  Runs of eight two-byte or eight three-byte characters take
+// shortcuts, and four-byte characters are written as pairs one by one.
+struct DecodePattern {
+  uint8_t shuf[16];
+  uint8_t produced, wide;  // wide: 32-bit lanes
+};
+
+struct DecodeTables {
+  uint16_t index[4096];  // pattern id | bytes consumed << 8
+  DecodePattern pat[185];
+};
+
+constexpr DecodeTables make_decode_tables() {
+  DecodeTables t{};
+  for (unsigned m = 0; m < 4096; ++m) {
+    int ends[12] = {}, lens[12] = {}, n = 0, prev = -1;
+    for (int i = 0; i < 12; ++i)
+      if (m >> i & 1) ends[n] = i, lens[n] = i - prev, prev = i, ++n;
+    bool narrow = n >= 6;
+    for (int j = 0; j < 6 && narrow; ++j) narrow = lens[j] <= 2;
+    unsigned id = 0, consumed = 0;
+    DecodePattern p{};
+    for (auto& b : p.shuf) b = 0x80;
+    if (narrow) {
+      for (int j = 0; j < 6; ++j) {
+        id |= static_cast<unsigned>(lens[j] - 1) << j;
+        p.shuf[2 * j] = static_cast<uint8_t>(ends[j]);
+        if (lens[j] == 2) p.shuf[2 * j + 1] = static_cast<uint8_t>(ends[j] - 1);
+      }
+      consumed = static_cast<unsigned>(ends[5] + 1), p.produced = 6, p.wide = 0;
+    } else {
+      int k = 0;
+      while (k < n && k < 4 && lens[k] <= 3) ++k;
+      unsigned code = 0;
+      for (int j = 0; j < k; ++j) {
+        code = code * 3 + static_cast<unsigned>(lens[j] - 1);
+        for (int b = 0; b < lens[j]; ++b) p.shuf[4 * j + b] = static_cast<uint8_t>(ends[j] - b);
+      }
+      const unsigned base[5] = {64, 65, 68, 77, 104};
+      id = base[k] + code;
+      consumed = static_cast<unsigned>(k ? ends[k - 1] + 1 : 0), p.produced = static_cast<uint8_t>(k), p.wide = 1;
+    }
+    t.index[m] = static_cast<uint16_t>(id | consumed << 8);
+    t.pat[id] = p;
+  }
+  return t;
+}
+
+constexpr DecodeTables kDecode = make_decode_tables();
+
+inline uint64_t mask64(__m256i lo, __m256i hi) {
+  return static_cast<uint32_t>(_mm256_movemask_epi8(lo)) | static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(hi))) << 32;
+}
+inline uint64_t gt64(__m256i a0, __m256i a1, char c) {
+  const __m256i k = _mm256_set1_epi8(c);
+  return mask64(_mm256_cmpgt_epi8(a0, k), _mm256_cmpgt_epi8(a1, k));
+}
+
+// Three-byte forms in 32-bit lanes (last byte lowest) to code points.
+inline __m256i three_byte_values(__m256i x) {
+  return _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(x, _mm256_set1_epi32(0x7F)),
+                                         _mm256_and_si256(_mm256_srli_epi32(x, 2), _mm256_set1_epi32(0xFC0))),
+                         _mm256_and_si256(_mm256_srli_epi32(x, 4), _mm256_set1_epi32(0xF000)));
+}
+
+inline void widen32(const __m256i v, NUV_UTF16* d) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 16), _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+}
+
+void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+  const rscpUtf8* s = *sp;
+  NUV_UTF16* d = *dp;
+  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
+  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
+  while (se - s >= 80 && de - d >= 72) {
+    const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+    const uint64_t high = mask64(v0, v1);
+    if (high == 0) {
+      widen32(v0, d), widen32(v1, d + 32);
+      s += 64, d += 64;
+      continue;
+    }
+    if ((high & 1) == 0) {  // an ASCII prefix: widen, keep the prefix
+      const unsigned k = static_cast<unsigned>(__builtin_ctzll(high));
+      widen32(v0, d);
+      if (k > 32) widen32(v1, d + 32);
+      s += k, d += k;
+      continue;
+    }
+    // Signed compares: ASCII bytes are positive, so each mask is cut to bytes >= 0x80.
+    const uint64_t geC0 = gt64(v0, v1, -65) & high, geE0 = gt64(v0, v1, -33) & high;
+    const uint64_t geF0 = gt64(v0, v1, -17) & high, geF8 = gt64(v0, v1, -9) & high;
+    const uint64_t cont = high & ~geC0;
+    const uint64_t lead2 = geC0 & ~geE0, lead3 = geE0 & ~geF0, lead4 = geF0 & ~geF8;
+    const uint64_t predicted = ((lead2 | lead3 | lead4) << 1) | ((lead3 | lead4) << 2) | (lead4 << 3);
+    // Overlong forms: leads 0xC0 and 0xC1, and 0xE0 followed by 0x80..0x9F.
+    const __m256i fe = _mm256_set1_epi8(-2), c0 = _mm256_set1_epi8(-64), e0v = _mm256_set1_epi8(-32);
+    const uint64_t c0c1 = mask64(_mm256_cmpeq_epi8(_mm256_and_si256(v0, fe), c0), _mm256_cmpeq_epi8(_mm256_and_si256(v1, fe), c0));
+    const uint64_t e0 = mask64(_mm256_cmpeq_epi8(v0, e0v), _mm256_cmpeq_epi8(v1, e0v));
+    const __m256i a0 = _mm256_set1_epi8(-96);
+    const uint64_t belowA0 = mask64(_mm256_cmpgt_epi8(a0, v0), _mm256_cmpgt_epi8(a0, v1));
+    const uint64_t err = geF8 | (predicted ^ cont) | c0c1 | ((e0 << 1) & belowA0);
+    // Ends are known up to byte 62 (the byte after must be seen); before an
+    // error at byte q only characters ending at q - 2 or earlier are sound.
+    uint64_t ends = (~cont >> 1) & (~0ull >> 1);
+    if (err) {
+      const unsigned q = static_cast<unsigned>(__builtin_ctzll(err));
+      ends &= q >= 2 ? (1ull << (q - 1)) - 1 : 0;
+    }
+    unsigned pos = 0;
+    for (;;) {
+      const uint64_t e = ends >> pos;
+      const rscpUtf8* w = s + pos;
+      if ((e & 0xFFFFFF) == 0x924924) {  // eight three-byte characters
+        const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
+        const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+        pos += 24, d += 8;
+        continue;
+      }
+      if ((e & 0xFFFF) == 0xAAAA) {  // eight two-byte characters
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(w));
+        const __m128i vals = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(x, _mm_set1_epi16(0x1F)), 6),
+                                          _mm_and_si128(_mm_srli_epi16(x, 8), _mm_set1_epi16(0x3F)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
+        pos += 16, d += 8;
+        continue;
+      }
+      const unsigned entry = kDecode.index[e & 0xFFF];
+      const unsigned consumed = entry >> 8;
+      if (consumed == 0) {
+        // A four-byte character (its structure is proved): check its range.
+        if ((e & 0xF) != 0x8 || w[0] > 0xF4 || (w[0] == 0xF0 && w[1] < 0x90) || (w[0] == 0xF4 && w[1] >= 0x90)) break;
+        const uint32_t c = (w[0] & 7u) << 18 | (w[1] & 0x3Fu) << 12 | (w[2] & 0x3Fu) << 6 | (w[3] & 0x3Fu);
+        d[0] = static_cast<NUV_UTF16>(0xD800 + ((c - 0x10000) >> 10));
+        d[1] = static_cast<NUV_UTF16>(0xDC00 + (c & 0x3FF));
+        pos += 4, d += 2;
+        continue;
+      }
+      const DecodePattern& p = kDecode.pat[entry & 0xFF];
+      const __m128i x = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.shuf)));
+      __m128i vals;
+      if (p.wide) {
+        const __m128i wv = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
+        vals = _mm_packus_epi32(wv, wv);
+      } else {
+        vals = _mm_or_si128(_mm_and_si128(x, _mm_set1_epi16(0x7F)), _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x7C0)));
+      }
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
+      pos += consumed, d += p.produced;
+    }
+    s += pos;
+    if (err || pos == 0) break;  // the scalar code converts or reports what stopped the run
+  }
+  *sp = s, *dp = d;
+}
+
+// ---- UTF-16 -> UTF-8 ------------------------------------------------------
+// Four units of the BMP (no surrogates) in 32-bit lanes, each already in its
+// one-, two- or three-byte form; a table keyed by the four lengths packs the
+// bytes together.
+struct EncodePattern {
+  uint8_t shuf[16];
+  uint8_t len;
+};
+
+struct EncodeTables {
+  EncodePattern pat[256];  // key: (length - 1) in two bits per unit
+};
+
+constexpr EncodeTables make_encode_tables() {
+  EncodeTables t{};
+  for (unsigned key = 0; key < 256; ++key) {
+    EncodePattern p{};
+    for (auto& b : p.shuf) b = 0x80;
+    unsigned n = 0;
+    for (unsigned j = 0; j < 4; ++j) {
+      const unsigned len = (key >> (2 * j) & 3) + 1;
+      for (unsigned b = 0; b < len && len <= 3; ++b) p.shuf[n++] = static_cast<uint8_t>(4 * j + b);
+    }
+    p.len = static_cast<uint8_t>(n);
+    t.pat[key] = p;
+  }
+  return t;
+}
+
+constexpr EncodeTables kEncode = make_encode_tables();
+
+// Four bits spread to the even bit positions of a byte.
+constexpr uint8_t kSpread[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
+                                 0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
+
+// Three-byte forms of the units in 32-bit lanes (lead byte lowest).
+inline __m256i three_byte_forms(__m256i u) {
+  const __m256i cont = _mm256_set1_epi32(0x80), six = _mm256_set1_epi32(0x3F);
+  return _mm256_or_si256(
+      _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xE0), _mm256_srli_epi32(u, 12)),
+                      _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(u, 6), six)), 8)),
+      _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(u, six)), 16));
+}
+
+void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const NUV_UTF16* s = *sp;
+  rscpUtf8* d = *dp;
+  const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
+  alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
+  const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
+  while (se - s >= 32 && de - d >= 64) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    if (_mm256_testz_si256(v, asciiBits)) {
+      const __m256i v2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
+      const __m128i lo = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), lo);
+      if (_mm256_testz_si256(v2, asciiBits)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16),
+                         _mm_packus_epi16(_mm256_castsi256_si128(v2), _mm256_extracti128_si256(v2, 1)));
+        s += 32, d += 32;
+      } else {
+        s += 16, d += 16;
+      }
+      continue;
+    }
+    // Surrogates stop the vector run; valid pairs are written here one by one.
+    const __m256i sur = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                           _mm256_set1_epi16(static_cast<short>(0xD800)));
+    const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
+    const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
+    if (take == 16) {
+      // Sixteen units of 0x800 and above: all three-byte forms.
+      const __m256i ge800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                               _mm256_setzero_si256());
+      if (_mm256_testz_si256(ge800, ge800)) {
+        const __m256i a = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v))), pack3);
+        const __m256i b =
+            _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1))), pack3);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(a));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 12), _mm256_extracti128_si256(a, 1));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
+        s += 16, d += 48;
+        continue;
+      }
+    }
+    if (take < 4) {
+      // Up to three plain units, then a pair; a lone surrogate ends the run.
+      for (unsigned i = 0; i < take; ++i) {
+        const unsigned u = s[i];
+        if (u < 0x80) {
+          *d++ = static_cast<rscpUtf8>(u);
+        } else if (u < 0x800) {
+          *d++ = static_cast<rscpUtf8>(0xC0 | u >> 6), *d++ = static_cast<rscpUtf8>(0x80 | (u & 0x3F));
+        } else {
+          *d++ = static_cast<rscpUtf8>(0xE0 | u >> 12), *d++ = static_cast<rscpUtf8>(0x80 | (u >> 6 & 0x3F));
+          *d++ = static_cast<rscpUtf8>(0x80 | (u & 0x3F));
+        }
+      }
+      s += take;
+      const unsigned hi = s[0], lo = s[1];
+      if (hi >= 0xDC00 || lo - 0xDC00 >= 0x400) break;
+      const unsigned c = ((hi - 0xD800) << 10) + lo + 0x2400;
+      d[0] = static_cast<rscpUtf8>(0xF0 | c >> 18), d[1] = static_cast<rscpUtf8>(0x80 | (c >> 12 & 0x3F));
+      d[2] = static_cast<rscpUtf8>(0x80 | (c >> 6 & 0x3F)), d[3] = static_cast<rscpUtf8>(0x80 | (c & 0x3F));
+      s += 2, d += 4;
+      continue;
+    }
+    const __m256i u = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v));
+    const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
+    const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
+    const __m256i two = _mm256_or_si256(
+        _mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
+        _mm256_slli_epi32(_mm256_or_si256(_mm256_set1_epi32(0x80), _mm256_and_si256(u, _mm256_set1_epi32(0x3F))), 8));
+    const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
+    const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
+    const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
+    // length - 1 per unit in two bits: 0 (one byte), 1 (two), 2 (three)
+    const unsigned twoBytes = upto2 & ~one, threeBytes = ~upto2 & 0xFF;
+    const unsigned k0 = kSpread[twoBytes & 0xF] | kSpread[threeBytes & 0xF] << 1;
+    const unsigned k1 = kSpread[twoBytes >> 4] | kSpread[threeBytes >> 4] << 1;
+    const EncodePattern& p0 = kEncode.pat[k0];
+    const EncodePattern& p1 = kEncode.pat[k1];
+    const __m256i shuf = _mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
+    const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+    d += p0.len, s += 4;
+    if (take >= 8) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
+      d += p1.len, s += 4;
+    }
+  }
+  *sp = s, *dp = d;
+}
+
+}  // namespace
+
+const UtfKernels kUtfAvx2{"avx2", utf8_to_utf16_avx2, utf16_to_utf8_avx2};
+
+}  // namespace nuv::rscp

@@ -1,0 +1,152 @@
+// The vector paths of Utf8nToUtf16nSubst and Utf16nToUtf8n against the plain
+// scalar base routines, for every kernel this CPU runs: random valid text of
+// every mix, the same text with damage at random places, and buffers that end
+// at every position, with identical results, reports and pointers.
+#include "conv_support.h"
+#include "convert/utf_simd.h"
+#include "string/scan.h"
+
+using namespace convtest;
+using nuv::rscp::UtfKernels;
+
+namespace {
+
+std::vector<const UtfKernels*> kernels() {
+  std::vector<const UtfKernels*> v{nullptr, &nuv::rscp::kUtfSse2};
+  if (nuv::cpu_has_avx2()) v.push_back(&nuv::rscp::kUtfAvx2);
+  return v;
+}
+
+struct KernelScope {
+  explicit KernelScope(const UtfKernels* k) { nuv::rscp::set_utf_kernels(k); }
+  ~KernelScope() { nuv::rscp::set_utf_kernels(nuv::rscp::best_utf_kernels()); }
+};
+
+class FastPath : public ::testing::TestWithParam<const UtfKernels*> {};
+
+std::string kernel_name(const ::testing::TestParamInfo<const UtfKernels*>& info) {
+  return info.param ? info.param->name : "scalar";
+}
+
+struct Result {
+  rscpStatus rc;
+  std::ptrdiff_t srcAt, destAt;
+  std::vector<char16_t> out16;
+  std::string out8;
+  std::vector<Report> reports;
+};
+
+Result decode(bool fast, const std::string& in, std::size_t room) {
+  HookRecorder rec;
+  std::vector<char16_t> out(room);
+  const auto* s = reinterpret_cast<const rscpUtf8*>(in.data());
+  char16_t* d = out.data();
+  const rscpStatus rc = fast ? Utf8nToUtf16nSubst(&s, s + in.size(), &d, out.data() + room, nullptr, nullptr)
+                             : Utf8nToUtf16nBase(&s, s + in.size(), &d, out.data() + room, nullptr, nullptr, 1, 0);
+  out.resize(static_cast<std::size_t>(d - out.data()));
+  return {rc, s - reinterpret_cast<const rscpUtf8*>(in.data()), d - out.data(), out, {}, HookRecorder::reports};
+}
+
+Result encode(bool fast, const std::vector<char16_t>& in, std::size_t room) {
+  HookRecorder rec;
+  std::string out(room, '\0');
+  const char16_t* s = in.data();
+  auto* d = reinterpret_cast<rscpUtf8*>(out.data());
+  auto* de = d + room;
+  const rscpStatus rc = fast ? Utf16nToUtf8n(&s, in.data() + in.size(), &d, de)
+                             : Utf16nToUtf8nBase(&s, in.data() + in.size(), &d, de, rscpReplacementCharacter, 0);
+  out.resize(static_cast<std::size_t>(d - reinterpret_cast<rscpUtf8*>(out.data())));
+  return {rc, s - in.data(), static_cast<std::ptrdiff_t>(out.size()), {}, out, HookRecorder::reports};
+}
+
+void expect_same(const Result& a, const Result& b, const std::string& what) {
+  ASSERT_EQ(a.rc, b.rc) << what;
+  ASSERT_EQ(a.srcAt, b.srcAt) << what;
+  ASSERT_EQ(a.destAt, b.destAt) << what;
+  ASSERT_EQ(a.out16, b.out16) << what;
+  ASSERT_EQ(a.out8, b.out8) << what;
+  ASSERT_EQ(a.reports.size(), b.reports.size()) << what;
+  for (std::size_t i = 0; i < a.reports.size(); ++i) {
+    ASSERT_EQ(a.reports[i].err, b.reports[i].err) << what;
+    ASSERT_EQ(a.reports[i].line, b.reports[i].line) << what;
+  }
+}
+
+// Text of one flavour: mostly ASCII, Latin-1, Cyrillic, CJK or emoji.
+std::u32string flavoured(std::mt19937& rng, int flavour, std::size_t n) {
+  std::u32string t;
+  for (std::size_t i = 0; i < n; ++i) {
+    const unsigned r = rng() % 100;
+    char32_t c = 'a' + rng() % 26;
+    if (r < 10) c = U' ';
+    else if (flavour == 1 && r < 40) c = 0x80 + rng() % 0x780;
+    else if (flavour == 2 && r < 90) c = 0x400 + rng() % 0x100;
+    else if (flavour == 3 && r < 90) c = 0x800 + rng() % 0xD000;
+    else if (flavour == 4 && r < 25) c = 0x10000 + rng() % 0x100000;
+    if (c >= 0xD800 && c <= 0xDFFF) c = 0xE000;
+    t.push_back(c);
+  }
+  return t;
+}
+
+TEST_P(FastPath, DecoderMatchesScalarOnValidAndDamagedText) {
+  KernelScope scope(GetParam());
+  std::mt19937 rng(2024);
+  const std::string junk[] = {"\xFF", "\xC0\x80", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\x80",
+                              "\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xF8\x88\x80\x80\x80", "\xC2\x41", "\xE2(\xA1"};
+  for (int round = 0; round < 400; ++round) {
+    const auto text = flavoured(rng, round % 5, 1 + rng() % 200);
+    std::string u8 = to_iconv("UTF-8", text);
+    const auto le = from_bytes<char16_t>(to_iconv("UTF-16LE", text));
+    Result fast = decode(true, u8, le.size() + 40);
+    ASSERT_EQ(fast.rc, 0);
+    ASSERT_EQ(fast.out16, le);
+    expect_same(fast, decode(false, u8, le.size() + 40), "valid");
+    // Short destinations: stops at the same character with the same report.
+    const std::size_t room = rng() % (le.size() + 1);
+    expect_same(decode(true, u8, room), decode(false, u8, room), "room");
+    // Damage at a random place, possibly inside a character.
+    u8.insert(rng() % (u8.size() + 1), junk[rng() % std::size(junk)]);
+    expect_same(decode(true, u8, u8.size() + 40), decode(false, u8, u8.size() + 40), "damaged");
+  }
+}
+
+TEST_P(FastPath, EncoderMatchesScalarOnValidAndDamagedText) {
+  KernelScope scope(GetParam());
+  std::mt19937 rng(99);
+  for (int round = 0; round < 400; ++round) {
+    const auto text = flavoured(rng, round % 5, 1 + rng() % 200);
+    const std::string u8 = to_iconv("UTF-8", text);
+    auto units = from_bytes<char16_t>(to_iconv("UTF-16LE", text));
+    Result fast = encode(true, units, u8.size() + 50);
+    ASSERT_EQ(fast.rc, 0);
+    ASSERT_EQ(fast.out8, u8);
+    expect_same(fast, encode(false, units, u8.size() + 50), "valid");
+    const std::size_t room = rng() % (u8.size() + 1);
+    expect_same(encode(true, units, room), encode(false, units, room), "room");
+    const char16_t lone[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF};
+    units.insert(units.begin() + static_cast<std::ptrdiff_t>(rng() % (units.size() + 1)), lone[rng() % 4]);
+    expect_same(encode(true, units, units.size() * 3 + 50), encode(false, units, units.size() * 3 + 50), "damaged");
+  }
+}
+
+// Every 2- and 3-byte character at every offset of a window, with ASCII
+// around it, so each table row of the decoder is used.
+TEST_P(FastPath, EveryShapeAtEveryOffset) {
+  KernelScope scope(GetParam());
+  const char32_t samples[] = {0x80, 0x7FF, 0x800, 0xFFFF, 0xD7FF, 0xE000, 0x1000, 0x10000, 0x10FFFF};
+  for (char32_t c : samples)
+    for (int off = 0; off < 40; ++off) {
+      std::u32string t(off, U'x');
+      for (int k = 0; k < 8; ++k) t += c, t += U'y';
+      t += std::u32string(40, U'z');
+      const std::string u8 = to_iconv("UTF-8", t);
+      const auto le = from_bytes<char16_t>(to_iconv("UTF-16LE", t));
+      ASSERT_EQ(decode(true, u8, le.size()).out16, le) << std::hex << static_cast<uint32_t>(c) << " " << off;
+      ASSERT_EQ(encode(true, le, u8.size()).out8, u8) << std::hex << static_cast<uint32_t>(c) << " " << off;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, FastPath, ::testing::ValuesIn(kernels()), kernel_name);
+
+}  // namespace
