@@ -580,6 +580,91 @@ TEST(LoaderProcessNoIcu, AdditionalDirectoryIsSearchedAndBindingFailureEnds) {
   std::system(("rm -rf '" + dir + "'").c_str());
 }
 
+// Stand-in libraries of the missing version (tests/ctype/fakeicu): the common
+// library binds, the i18n library lacks the transliteration symbols.
+TEST(LoaderProcessFakeIcu, FoundThroughLdLibraryPathWithI18nBindingFailure) {
+  ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "NLSUI_INIT_TRACE_LEVEL=medium LD_LIBRARY_PATH=" NUV_FAKE_ICU_DIR,
+                   "isalpha:41 isalpha:e9 toupper:101 state");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "isalpha(41)=1\nisalpha(e9)=0\ntoupper(101)=100\nuc=1 i18n=0 called=1\n");
+  auto lines = startup_lines(r.err, 4);
+  std::vector<std::string> texts;
+  for (auto& l : lines) texts.push_back(l.text);
+  const std::vector<std::string> want = {"Loaded ICU common lib: libicuuc.so.9999",
+                                         "Compiled with ICU version 9999.1",
+                                         "Running with ICU version 99.1",
+                                         "ICU uses Unicode version 3.1",
+                                         "Loaded ICU i18n lib: libicui18n.so.9999 from environment path",
+                                         "dlsym utrans_openU_9999 failed with error: ",
+                                         "symbol load \"utrans_openU_9999\" failed",
+                                         "libicui18n.so.9999 is closed again"};
+  ASSERT_EQ(texts.size(), want.size()) << r.err;
+  for (std::size_t i = 0; i < want.size(); ++i) EXPECT_EQ(texts[i].rfind(want[i], 0), 0u) << texts[i];
+}
+
+TEST(LoaderProcessFakeIcu, FoundInTheAdditionalDirectory) {
+  const std::string dir = NUV_FAKE_ICU_DIR;
+  ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "NLSUI_INIT_TRACE_LEVEL=high", "search:" + dir + " toupper:62 state");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "toupper(62)=42\nuc=1 i18n=0 called=1\n");
+  auto lines = startup_lines(r.err, 16);
+  const std::vector<std::string> in_order = {
+      "Could not open ICU shared library libicuuc.so.9999",
+      "Searching for libicuuc in additional path " + dir,
+      "Library handle for " + dir + "/libicudata.so.9999: 0x",
+      "Loaded ICU data lib: " + dir + "/libicudata.so.9999",
+      "Library handle for " + dir + "/libicuuc.so.9999: 0x",
+      "Loaded ICU common lib: " + dir + "/libicuuc.so.9999",
+      "Function pointer for u_versionToString_9999: 0x",
+      "Function pointer for uidna_compare_9999: 0x",
+      "Running with ICU version 99.1",
+      "Searching for libicui18n in environment path LD_LIBRARY_PATH",
+      "Could not open ICU shared library libicui18n.so.9999",
+      "Searching for libicui18n in additional path " + dir,
+      "Loaded ICU I18n lib: " + dir + "/libicui18n.so.9999",
+      "Function pointer for ucol_getLocaleByType_9999: 0x",
+      "symbol load \"utrans_openU_9999\" failed",
+      "libicui18n.so.9999 is closed again",
+  };
+  int at = -1;
+  for (auto& want : in_order) {
+    int i = -1;
+    for (std::size_t k = at + 1; k < lines.size(); ++k)
+      if (lines[k].text.rfind(want, 0) == 0) {
+        i = static_cast<int>(k);
+        break;
+      }
+    ASSERT_GE(i, 0) << "missing or out of order: " << want << "\n" << r.err;
+    at = i;
+  }
+  EXPECT_EQ(find_prefix(lines, "Could not open the ICU common library."), -1);
+}
+
+TEST(LoaderProcessFakeIcu, BrokenDataLibraryIsRefused) {
+  ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "NUV_FAKE_ICU_BROKEN=1 LD_LIBRARY_PATH=" NUV_FAKE_ICU_DIR, "isalpha:41");
+  EXPECT_EQ(r.status, 255);
+  auto lines = startup_lines(r.err, 1);
+  ASSERT_EQ(lines.size(), 1u) << r.err;
+  EXPECT_EQ(lines[0].text, "ICU data shared lib does not behave correctly.");
+  EXPECT_EQ(lines[0].line, 1804);
+
+  // With the fallback allowed the process goes on in 7-bit mode and lets the
+  // common library go.
+  r = run(NUV_CTYPE_PROBE_NOICU, "NUV_FAKE_ICU_BROKEN=1 NLSUI_7BIT_FALLBACK=1 LD_LIBRARY_PATH=" NUV_FAKE_ICU_DIR,
+          "toupper:101 state");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "toupper(101)=101\nuc=0 i18n=0 called=0\n");
+  lines = startup_lines(r.err, 1);
+  std::vector<std::string> texts;
+  for (auto& l : lines) texts.push_back(l.text);
+  const std::vector<std::string> want = {"ICU data shared lib does not behave correctly.",
+                                         "Environment variable NLSUI_7BIT_FALLBACK is set.",
+                                         "ICU shared libraries are not loaded",
+                                         "ERROR: Non 7-bit character U+0101 encountered in function toupperU\n",
+                                         "This is not supported in 7-bit mode.\n"};
+  EXPECT_EQ(texts, want) << r.err;
+}
+
 // ---- the helpers of the loader ---------------------------------------------
 
 TEST(LoaderHelpers, FullPathIsJoinedOrRefused) {
