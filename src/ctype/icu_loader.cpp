@@ -177,7 +177,7 @@ int load_common() {
   if (!h) return -1;
   store_relaxed(libicuucHandle, h);
   if (mapIcuUtilFunctions(h) != 0 || mapCtypeFunctions(h) != 0) return -1;
-  if (toupperU(0x0101) == 0x0101) {
+  if (load_relaxed(toupperU)(0x0101) == 0x0101) {
     startup_line(kLow, kLineIcuDataBroken, "ICU data shared lib does not behave correctly.");
     return -1;
   }
@@ -187,10 +187,12 @@ int load_common() {
 
   std::uint8_t v[4] = {};
   char running[32] = "", unicode[32] = "";
-  nuv::icu::util.u_getVersion(v);
-  nuv::icu::util.u_versionToString(v, running);
-  nuv::icu::util.u_getUnicodeVersion(v);
-  nuv::icu::util.u_versionToString(v, unicode);
+  auto& util = nuv::icu::util;  // another thread may be binding the same table
+  const auto to_string = load_relaxed(util.u_versionToString);
+  load_relaxed(util.u_getVersion)(v);
+  to_string(v, running);
+  load_relaxed(util.u_getUnicodeVersion)(v);
+  to_string(v, unicode);
   startup_line(kMedium, kLineCompiledVersion, "Compiled with ICU version %s", nuv::kIcuCompiledVersion);
   startup_line(kMedium, kLineRunningVersion, "Running with ICU version %s", running);
   startup_line(kMedium, kLineUnicodeVersion, "ICU uses Unicode version %s", unicode);
@@ -236,7 +238,7 @@ NUV_WIDEN(u_isupper, , )
 
 int mapCtypeFunctions(void* handle) {
   NUV_ICU_CTYPE(NUV_BIND_CTYPE)
-  const auto& t = nuv::icu::ctype;
+  auto& t = nuv::icu::ctype;
   store_relaxed(isalnumU, u_isalnum_widened);
   store_relaxed(isalphaU, u_isalpha_widened);
   store_relaxed(iscntrlU, u_iscntrl_widened);
@@ -244,8 +246,8 @@ int mapCtypeFunctions(void* handle) {
   store_relaxed(isprintU, u_isprint_widened);
   store_relaxed(isspaceU, u_isspace_widened);
   store_relaxed(isupperU, u_isupper_widened);
-  store_relaxed(tolowerU, as_entry(t.u_tolower));
-  store_relaxed(toupperU, as_entry(t.u_toupper));
+  store_relaxed(tolowerU, as_entry(load_relaxed(t.u_tolower)));
+  store_relaxed(toupperU, as_entry(load_relaxed(t.u_toupper)));
   return 0;
 }
 

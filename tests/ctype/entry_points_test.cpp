@@ -463,6 +463,14 @@ TEST(LoaderProcess, ApplicationChoiceOfFallbackSkipsTheCommonLibrary) {
   EXPECT_EQ(r.out, "useFallBackCtype=0\nloadIcu=0\nuc=0 i18n=1 called=0\ntoupper(61)=41\n");
 }
 
+TEST(LoaderProcess, FirstCallsFromManyThreadsAtOnce) {
+  for (int round = 0; round < 10; ++round) {
+    ProbeRun r = run(NUV_CTYPE_PROBE, "", "race state");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "1 1 1 1 1 1 1 c9 \nuc=1 i18n=1 called=1\n") << round;
+  }
+}
+
 TEST(LoaderProcessNoIcu, EndsWithStatus255AndSaysWhy) {
   ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "LD_LIBRARY_PATH=/opt/x", "isalpha:41");
   EXPECT_EQ(r.status, 255);

@@ -2,10 +2,14 @@
 // prints each answer on stdout; the start-up trace goes to stderr.  Built
 // twice: against the machine's ICU, and with the loader compiled for an ICU
 // version that is not installed.
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <latch>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ctype/icu_loader.h"
 #include "nuvu16.h"
@@ -45,6 +49,26 @@ int main(int argc, char** argv) {
       nlsui_addIcuSearchPath(arg.c_str());
     } else if (op == "load") {
       std::printf("loadIcu=%d\n", loadIcu(std::atoi(arg.c_str())));
+    } else if (op == "race") {
+      // Eight threads make their first call at once; the load is guarded by
+      // flags only, so several may run it.  Every answer must still be right.
+      const NUV_CTYPE_FUNC* entries[] = {&isalnumU, &isalphaU, &iscntrlU, &islowerU,
+                                         &isprintU, &isspaceU, &isupperU, &toupperU};
+      const int32_t args[] = {'7', 0xE9, 0x7F, 'q', 'x', 0x3000, 'Q', 0xE9};
+      int32_t got[8] = {};
+      std::latch go(8);
+      std::vector<std::thread> threads;
+      for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&, t] {
+          go.arrive_and_wait();
+          // Read as the library writes it, so the test itself has no race.
+          NUV_CTYPE_FUNC f = std::atomic_ref<NUV_CTYPE_FUNC>(*const_cast<NUV_CTYPE_FUNC*>(entries[t]))
+                                 .load(std::memory_order_relaxed);
+          got[t] = f(args[t]);
+        });
+      for (auto& th : threads) th.join();
+      for (int t = 0; t < 8; ++t) std::printf("%x ", static_cast<unsigned>(got[t]));
+      std::printf("\n");
     } else if (op == "state") {
       std::printf("uc=%d i18n=%d called=%d\n", libicuucHandle != nullptr, libicui18nHandle != nullptr,
                   libicuucInitCalled);
