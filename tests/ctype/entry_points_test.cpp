@@ -542,6 +542,15 @@ TEST(LoaderProcessNoIcu, FallbackVariableKeepsTheProcessInSevenBitMode) {
   EXPECT_EQ(r.err, "");
 }
 
+TEST(LoaderProcessNoIcu, ApplicationChoiceStillTriesTheI18nLibrary) {
+  ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "", "fallback load:0 state toupper:41");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "useFallBackCtype=0\nloadIcu=0\nuc=0 i18n=0 called=0\ntoupper(41)=41\n");
+  auto lines = startup_lines(r.err, 1);
+  ASSERT_EQ(lines.size(), 1u) << r.err;
+  EXPECT_EQ(lines[0].text, "Could not open the ICU i18n library");
+}
+
 TEST(LoaderProcessNoIcu, CallerAskingForTheFallbackNeedsNoVariable) {
   ProbeRun r = run(NUV_CTYPE_PROBE_NOICU, "", "load:257 toupper:7a");  // only the low 8 bits count
   EXPECT_EQ(r.status, 0) << r.err;
