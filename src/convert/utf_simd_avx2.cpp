@@ -3,6 +3,7 @@
 // three-byte characters go through shuffle tables built at compile time.
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "convert/utf_simd.h"
@@ -132,6 +133,26 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
     for (;;) {
       const uint64_t e = ends >> pos;
       const rscpUtf8* w = s + pos;
+      const uint64_t h = high >> pos;
+      if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII (as far as the ends are sound)
+        unsigned run = static_cast<unsigned>(__builtin_ctzll(~e));
+        if (h) run = std::min(run, static_cast<unsigned>(__builtin_ctzll(h)));
+        run = std::min(run, 16u);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
+                            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w))));
+        pos += run, d += run;
+        continue;
+      }
+      if ((e & 0xFFFFFFFFFFFF) == 0x924924924924) {  // sixteen three-byte characters
+        for (int half = 0; half < 2; ++half, w += 24) {
+          const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
+          const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
+          const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 8 * half), _mm256_castsi256_si128(packed));
+        }
+        pos += 48, d += 16;
+        continue;
+      }
       if ((e & 0xFFFFFF) == 0x924924) {  // eight three-byte characters
         const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
         const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
@@ -188,7 +209,7 @@ struct EncodePattern {
 };
 
 struct EncodeTables {
-  EncodePattern pat[256];  // key: (length - 1) in two bits per unit
+  EncodePattern pat[256];  // key: (length - 1) in two bits per unit, 3: no bytes
 };
 
 constexpr EncodeTables make_encode_tables() {
@@ -198,7 +219,7 @@ constexpr EncodeTables make_encode_tables() {
     for (auto& b : p.shuf) b = 0x80;
     unsigned n = 0;
     for (unsigned j = 0; j < 4; ++j) {
-      const unsigned len = (key >> (2 * j) & 3) + 1;
+      const unsigned len = (key >> (2 * j) & 3) + 1;  // 4: the lane is skipped
       for (unsigned b = 0; b < len && len <= 3; ++b) p.shuf[n++] = static_cast<uint8_t>(4 * j + b);
     }
     p.len = static_cast<uint8_t>(n);
@@ -208,6 +229,30 @@ constexpr EncodeTables make_encode_tables() {
 }
 
 constexpr EncodeTables kEncode = make_encode_tables();
+
+// Eight units below 0x800 in 16-bit lanes (lead byte lowest), keyed by the
+// units that take one byte.
+struct NarrowTables {
+  EncodePattern pat[256];
+};
+
+constexpr NarrowTables make_narrow_tables() {
+  NarrowTables t{};
+  for (unsigned key = 0; key < 256; ++key) {
+    EncodePattern p{};
+    for (auto& b : p.shuf) b = 0x80;
+    unsigned n = 0;
+    for (unsigned j = 0; j < 8; ++j) {
+      p.shuf[n++] = static_cast<uint8_t>(2 * j);
+      if (!(key >> j & 1)) p.shuf[n++] = static_cast<uint8_t>(2 * j + 1);
+    }
+    p.len = static_cast<uint8_t>(n);
+    t.pat[key] = p;
+  }
+  return t;
+}
+
+constexpr NarrowTables kNarrow = make_narrow_tables();
 
 // Four bits spread to the even bit positions of a byte.
 constexpr uint8_t kSpread[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
@@ -264,39 +309,104 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
         continue;
       }
     }
-    if (take < 4) {
-      // Up to three plain units, then a pair; a lone surrogate ends the run.
-      for (unsigned i = 0; i < take; ++i) {
-        const unsigned u = s[i];
-        if (u < 0x80) {
-          *d++ = static_cast<rscpUtf8>(u);
-        } else if (u < 0x800) {
-          *d++ = static_cast<rscpUtf8>(0xC0 | u >> 6), *d++ = static_cast<rscpUtf8>(0x80 | (u & 0x3F));
-        } else {
-          *d++ = static_cast<rscpUtf8>(0xE0 | u >> 12), *d++ = static_cast<rscpUtf8>(0x80 | (u >> 6 & 0x3F));
-          *d++ = static_cast<rscpUtf8>(0x80 | (u & 0x3F));
-        }
+    if (take == 16) {
+      // Sixteen units below 0x800: one or two bytes each, in 16-bit lanes.
+      const __m256i lt80 = _mm256_cmpeq_epi16(_mm256_and_si256(v, asciiBits), _mm256_setzero_si256());
+      const __m256i ge800 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)));
+      if (_mm256_testz_si256(ge800, ge800)) {
+        const __m256i two = _mm256_or_si256(
+            _mm256_or_si256(_mm256_set1_epi16(0xC0), _mm256_srli_epi16(v, 6)),
+            _mm256_slli_epi16(_mm256_or_si256(_mm256_set1_epi16(0x80), _mm256_and_si256(v, _mm256_set1_epi16(0x3F))), 8));
+        const __m256i bytes = _mm256_blendv_epi8(two, v, lt80);
+        const unsigned m = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(lt80, _mm256_setzero_si256())));
+        const unsigned m0 = m & 0xFF, m1 = m >> 16 & 0xFF;  // one bit per unit: one byte
+        const __m256i shuf = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrow.pat[m0].shuf))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrow.pat[m1].shuf)), 1);
+        const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+        d += kNarrow.pat[m0].len;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
+        d += kNarrow.pat[m1].len;
+        s += 16;
+        continue;
       }
-      s += take;
-      const unsigned hi = s[0], lo = s[1];
-      if (hi >= 0xDC00 || lo - 0xDC00 >= 0x400) break;
-      const unsigned c = ((hi - 0xD800) << 10) + lo + 0x2400;
-      d[0] = static_cast<rscpUtf8>(0xF0 | c >> 18), d[1] = static_cast<rscpUtf8>(0x80 | (c >> 12 & 0x3F));
-      d[2] = static_cast<rscpUtf8>(0x80 | (c >> 6 & 0x3F)), d[3] = static_cast<rscpUtf8>(0x80 | (c & 0x3F));
-      s += 2, d += 4;
+    }
+    if (take >= 8) {
+      const __m256i u = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v));
+      const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
+      const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
+      const __m256i two = _mm256_or_si256(
+          _mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
+          _mm256_slli_epi32(_mm256_or_si256(_mm256_set1_epi32(0x80), _mm256_and_si256(u, _mm256_set1_epi32(0x3F))), 8));
+      const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
+      const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
+      const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
+      const unsigned twoBytes = upto2 & ~one, threeBytes = ~upto2 & 0xFF;
+      const EncodePattern& p0 = kEncode.pat[kSpread[twoBytes & 0xF] | kSpread[threeBytes & 0xF] << 1];
+      const EncodePattern& p1 = kEncode.pat[kSpread[twoBytes >> 4] | kSpread[threeBytes >> 4] << 1];
+      const __m256i shuf = _mm256_inserti128_si256(
+          _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
+          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
+      const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+      d += p0.len;
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
+      d += p1.len;
+      s += 8;
       continue;
     }
-    const __m256i u = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v));
+    // Eight units; surrogate pairs are written as two halves of two bytes
+    // each (the low half takes two bits of the unit before it).
+    const __m128i v8 = _mm256_castsi256_si128(v);
+    const __m128i top6 = _mm_and_si128(v8, _mm_set1_epi16(static_cast<short>(0xFC00)));
+    const __m128i hs = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
+    const __m128i ls = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xDC00)));
+    const unsigned hsm = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(hs, _mm_setzero_si128())));
+    const unsigned lsm = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(ls, _mm_setzero_si128())));
+    if (((hsm << 1) & 0xFF) != lsm) {
+      // A lone surrogate: write the plain units before it, then stop.
+      if (take < 4) {
+        for (unsigned i = 0; i < take; ++i) {
+          const unsigned c = s[i];
+          if (c < 0x80) {
+            *d++ = static_cast<rscpUtf8>(c);
+          } else if (c < 0x800) {
+            *d++ = static_cast<rscpUtf8>(0xC0 | c >> 6), *d++ = static_cast<rscpUtf8>(0x80 | (c & 0x3F));
+          } else {
+            *d++ = static_cast<rscpUtf8>(0xE0 | c >> 12), *d++ = static_cast<rscpUtf8>(0x80 | (c >> 6 & 0x3F));
+            *d++ = static_cast<rscpUtf8>(0x80 | (c & 0x3F));
+          }
+        }
+        s += take;
+        break;
+      }
+    }
+    const bool crossing = (hsm & 0x80) != 0 && ((hsm << 1) & 0xFF) == lsm;  // its low half comes next time
+    const unsigned lanes = ((hsm << 1) & 0xFF) == lsm ? (crossing ? 7 : 8) : (take >= 8 ? 8 : 4);
+    const __m256i u = _mm256_cvtepu16_epi32(v8);
+    const __m256i prev = _mm256_cvtepu16_epi32(_mm_slli_si128(v8, 2));
     const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
     const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
-    const __m256i two = _mm256_or_si256(
-        _mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
-        _mm256_slli_epi32(_mm256_or_si256(_mm256_set1_epi32(0x80), _mm256_and_si256(u, _mm256_set1_epi32(0x3F))), 8));
-    const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
+    const __m256i hs32 = _mm256_cvtepi16_epi32(hs), ls32 = _mm256_cvtepi16_epi32(ls);
+    const __m256i six = _mm256_set1_epi32(0x3F), mark = _mm256_set1_epi32(0x80);
+    const __m256i two = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
+                                        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
+    const __m256i chi = _mm256_add_epi32(_mm256_and_si256(u, _mm256_set1_epi32(0x3FF)), _mm256_set1_epi32(0x40));
+    const __m256i high = _mm256_or_si256(
+        _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(chi, 8)),
+        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(_mm256_srli_epi32(chi, 2), six)), 8));
+    const __m256i low = _mm256_or_si256(
+        _mm256_or_si256(_mm256_or_si256(mark, _mm256_slli_epi32(_mm256_and_si256(prev, _mm256_set1_epi32(3)), 4)),
+                        _mm256_and_si256(_mm256_srli_epi32(u, 6), _mm256_set1_epi32(0xF))),
+        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
+    __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
+    bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(bytes, high, hs32), low, ls32);
     const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
     const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
-    // length - 1 per unit in two bits: 0 (one byte), 1 (two), 2 (three)
-    const unsigned twoBytes = upto2 & ~one, threeBytes = ~upto2 & 0xFF;
+    const unsigned surr = hsm | lsm, skip = crossing ? 0x80u : 0u;
+    // length - 1 per unit in two bits: 0 (one byte), 1 (two), 2 (three), 3 (skipped)
+    const unsigned twoBytes = (upto2 & ~one) | surr | skip, threeBytes = (~upto2 & ~surr & 0xFF) | skip;
     const unsigned k0 = kSpread[twoBytes & 0xF] | kSpread[threeBytes & 0xF] << 1;
     const unsigned k1 = kSpread[twoBytes >> 4] | kSpread[threeBytes >> 4] << 1;
     const EncodePattern& p0 = kEncode.pat[k0];
@@ -306,11 +416,12 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
     const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-    d += p0.len, s += 4;
-    if (take >= 8) {
+    d += p0.len;
+    if (lanes > 4) {
       _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
-      d += p1.len, s += 4;
+      d += p1.len;
     }
+    s += lanes;
   }
   *sp = s, *dp = d;
 }
