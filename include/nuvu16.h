@@ -166,8 +166,10 @@ NUV_API void u16_rawFileDumpOpt(FILE *stream);
  * ====================================================================== */
 
 /* Fixed classes and simple case mapping from the Unicode 3.1 tables (BMP).
- * The table-backed class tests take 0..0xFFFF only; iscntrlU16, isspaceU16,
- * isxdigitU16 and the case functions accept any value. */
+ * Class tests answer 1 or 0.  The table-backed ones (upper, lower, alpha,
+ * alnum, print, graph, punct) are meant for 0..0xFFFF and answer for the low
+ * 16 bits of anything else; iscntrlU16, isspaceU16 and isxdigitU16 accept
+ * any value, and the case functions return values beyond the BMP unchanged. */
 NUV_API int32_t isupperU16(int32_t c);
 NUV_API int32_t islowerU16(int32_t c);
 NUV_API int32_t isalphaU16(int32_t c);

@@ -24,9 +24,12 @@ extern const std::int16_t kToUpper_delta[][256];
 extern const int kToLowerBlocks;
 extern const int kToUpperBlocks;
 
-// One shift, one load, one mask; u must lie in 0..0xFFFF.
+// One shift, one load, one mask.  The index is cut to the table, so a value
+// outside 0..0xFFFF (which callers must not pass) reads no foreign memory;
+// its answer is that of its low 16 bits.
 inline std::int32_t class_bit(const std::uint32_t* tab, std::int32_t u) {
-  return static_cast<std::int32_t>((tab[static_cast<std::uint32_t>(u) >> 5] >> (u & 31)) & 1u);
+  const std::uint32_t x = static_cast<std::uint32_t>(u);
+  return static_cast<std::int32_t>((tab[(x >> 5) & 2047u] >> (x & 31)) & 1u);
 }
 
 inline std::int32_t to_lower_unit(std::int32_t u) {

@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         R(tolowerU16, 0x00C9, 0x00E9), R(toupperU16, 0x0451, 0x0401), R(toupperU16, 0xFF41, 0xFF21)));
 #undef R
 
-// Values outside the BMP: only the functions that accept any value.
+// Values that are no UTF-16 unit.
 TEST(ClassTables, WideValuesAreSafeWhereAccepted) {
   std::mt19937 rng(31);
   for (int i = 0; i < 20000; ++i) {
@@ -97,6 +97,9 @@ TEST(ClassTables, WideValuesAreSafeWhereAccepted) {
     EXPECT_EQ(toupperU16(v), v);
     EXPECT_EQ(iscntrlU16(v), 0);
     EXPECT_EQ(isspaceU16(v), 0);
+    // Not meant for these, but they must stay inside their tables.
+    for (auto f : {isupperU16, islowerU16, isalphaU16, isalnumU16, isprintU16, isgraphU16, ispunctU16})
+      EXPECT_EQ(f(v) & ~1, 0) << v;
     const int32_t up = v & ~0x20;
     EXPECT_EQ(isxdigitU16(v), (v >= '0' && v <= '9') || (up >= 'A' && up <= 'F'));
   }
