@@ -18,11 +18,11 @@ struct Parsed {
 };
 
 // Parses the directive behind a '%' with the given variadic arguments.
-int parse_with(OutputConversion* c, const std::u16string& text, ...) {
+int parse_with(OutputConversion* c, const char16_t* text, ...) {
   std::va_list ap;
   va_start(ap, text);
   OutputConversionCtor(c);
-  const int r = OutputConversion_parse(c, text.c_str(), &ap);
+  const int r = OutputConversion_parse(c, text, &ap);
   va_end(ap);
   return r;
 }
@@ -43,7 +43,8 @@ TEST_P(Grammar, ParsesAsExpected) {
   const GrammarCase& g = GetParam();
   nuvtest::RecordingTrace trace(U16_TRACE_LOW);
   OutputConversion c;
-  const int r = parse_with(&c, u16(g.directive));
+  const std::u16string text = u16(g.directive);
+  const int r = parse_with(&c, text.c_str());
   EXPECT_EQ(r, g.consumed) << g.directive;
   if (g.consumed > 0) {
     EXPECT_EQ(OutputConversionSpec_getSymbol(&c.spec), static_cast<NUV_UTF16>(g.symbol));
