@@ -1,7 +1,7 @@
 // The printf engine on formats and arguments built from the input, with the
 // bounded results held against the unbounded one; the directive parser on
-// raw format text; and the stream writer's fast path against its byte-by-byte
-// reference over failing streams.
+// raw format text; the stream writer's fast paths against their byte-by-byte
+// reference over failing streams; the floating fast path against snprintf.
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "format/directive.h"
+#include "format/engine.h"
+#include "string/scan.h"
 #include "nuvu16.h"
 #include "stream/output.h"
 
@@ -224,14 +226,38 @@ void writer(Reader& r) {
   }
   if (res[0] != res[1] || bytes[0] != bytes[1] || out[0] != out[1]) abort();
 
-  std::vector<char> d1(units.size() * 3 + 1), d2(units.size() * 3 + 1);
-  size_t b1, b2;
-  bool s1, s2;
   const size_t cap = budget % (units.size() * 3 + 1);
-  if (nuv::encode_units_fit(units.data(), units.size(), d1.data(), cap, &b1, &s1) !=
-          nuv::encode_units_fit_ref(units.data(), units.size(), d2.data(), cap, &b2, &s2) ||
-      b1 != b2 || s1 != s2 || std::memcmp(d1.data(), d2.data(), b1) != 0)
-    abort();
+  std::vector<char> d2(cap + 1);
+  size_t b2;
+  bool s2;
+  const size_t k2 = nuv::encode_units_fit_ref(units.data(), units.size(), d2.data(), cap, &b2, &s2);
+  for (int variant = 0; variant < 2; ++variant) {
+    if (variant == 1 && !nuv::cpu_has_avx2()) break;
+    std::vector<char> d1(cap + 1);
+    size_t b1;
+    bool s1;
+    const size_t k1 = variant ? nuv::encode_units_fit_avx2(units.data(), units.size(), d1.data(), cap, &b1, &s1)
+                              : nuv::encode_units_fit_sse2(units.data(), units.size(), d1.data(), cap, &b1, &s1);
+    if (k1 != k2 || b1 != b2 || s1 != s2 || std::memcmp(d1.data(), d2.data(), b1) != 0) abort();
+  }
+}
+
+// The floating fast path against the C library.
+void floating(Reader& r) {
+  static const char kSyms[] = "fFeEgG";
+  while (r.n >= 10) {
+    const char sym = kSyms[r.byte() % 6];
+    const int precision = static_cast<int>(r.byte() % 48);
+    const uint64_t bits = r.word();
+    double v;
+    std::memcpy(&v, &bits, sizeof v);
+    char fast[336], slow[400];
+    const int n = nuv::format_double_fast(fast, sizeof fast - 1, sym, precision, v);
+    if (n < 0) continue;
+    const char fmt[5] = {'%', '.', '*', sym, 0};
+    const int m = std::snprintf(slow, sizeof slow, fmt, precision, v);
+    if (n != m || std::memcmp(fast, slow, static_cast<size_t>(n)) != 0) abort();
+  }
 }
 
 }  // namespace
@@ -241,10 +267,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   u16_trace_func = quiet;
   u16_trace_level = 16;
   Reader r{data + 1, size - 1};
-  switch (data[0] % 3) {
+  switch (data[0] % 4) {
     case 0: engine(r); break;
     case 1: parser(r); break;
-    default: writer(r); break;
+    case 2: writer(r); break;
+    default: floating(r); break;
   }
   return 0;
 }

@@ -1,9 +1,12 @@
 // The format driver: literal runs are copied as they stand, each directive
 // is parsed, converted and written; then the buffer is terminated.
+#include <emmintrin.h>
+
 #include <cerrno>
 
 #include "common/nuv_internal.h"
 #include "format/engine.h"
+#include "string/scan.h"
 
 // ---- output sink, file side --------------------------------------------------------
 
@@ -54,6 +57,61 @@ int OutputStream_writeNullTermination(OutputStream* s, int error, int strict) {
   return static_cast<int>(s->written);
 }
 
+// ---- literal runs -----------------------------------------------------------------------
+
+namespace nuv {
+
+// May read past the terminator inside its aligned block.
+NUV_NO_ASAN inline __m128i directive_hits(const NUV_UTF16* q, __m128i pct, __m128i zero) {
+  const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(q));
+  return _mm_or_si128(_mm_cmpeq_epi16(v, pct), _mm_cmpeq_epi16(v, zero));
+}
+
+const NUV_UTF16* find_directive_ref(const NUV_UTF16* p) {
+  while (unit_at(p) != '%' && unit_at(p) != 0) ++p;
+  return p;
+}
+
+const NUV_UTF16* find_directive(const NUV_UTF16* p) {
+  // Formats are mostly short runs: look at a few units before setting up blocks.
+  for (int i = 0; i < 8; ++i, ++p) {
+    const NUV_UTF16 u = unit_at(p);
+    if (u == '%' || u == 0) return p;
+  }
+  if (reinterpret_cast<std::uintptr_t>(p) & 1) return find_directive_ref(p);
+  static const bool avx2 = cpu_has_avx2();
+  return avx2 ? find_directive_avx2(p) : find_directive_sse2(p);
+}
+
+// Whole aligned 16-byte blocks: a block never crosses a page, but it may
+// read past the terminator inside its own block.
+NUV_NO_ASAN const NUV_UTF16* find_directive_sse2(const NUV_UTF16* p) {
+  while (reinterpret_cast<std::uintptr_t>(p) & 15) {
+    if (*p == '%' || *p == 0) return p;
+    ++p;
+  }
+  const __m128i pct = _mm_set1_epi16('%');
+  const __m128i zero = _mm_setzero_si128();
+  // Single blocks up to a 64-byte boundary, then four blocks per test (a
+  // 64-byte aligned group never crosses a page either).
+  for (; reinterpret_cast<std::uintptr_t>(p) & 63; p += 8) {
+    const int m = _mm_movemask_epi8(directive_hits(p, pct, zero));
+    if (m) return p + (__builtin_ctz(static_cast<unsigned>(m)) >> 1);
+  }
+  for (;; p += 32) {
+    const __m128i a = directive_hits(p, pct, zero), b = directive_hits(p + 8, pct, zero);
+    const __m128i c = directive_hits(p + 16, pct, zero), d = directive_hits(p + 24, pct, zero);
+    if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) continue;
+    const __m128i blocks[4] = {a, b, c, d};
+    for (int i = 0;; ++i) {
+      const int m = _mm_movemask_epi8(blocks[i]);
+      if (m) return p + 8 * i + (__builtin_ctz(static_cast<unsigned>(m)) >> 1);
+    }
+  }
+}
+
+}  // namespace nuv
+
 // ---- driver ----------------------------------------------------------------------------
 
 void FormattedOutputCtor(FormattedOutput* f, FILE* file, NUV_UTF16* buffer, uint64_t limit,
@@ -69,38 +127,35 @@ void FormattedOutputXtor(FormattedOutput* f) {
   OutputStreamXtor(&f->stream);
 }
 
+// Equivalent to walking strlen/strchr over the format: each run up to the
+// next '%' or the end is written as one string.
 int FormattedOutput_parse(FormattedOutput* f) {
   OutputStream* out = &f->stream;
-  const NUV_UTF16* fmt = f->format;
   const int strict = f->strict;
-  const long n = strlenU16(fmt);
   const bool bounded = !out->file && out->limit != kUnlimited;
   int result = 0;
-  long p = 0;
-  while (n > 0) {
-    const NUV_UTF16* pct = strchrU16(fmt + p, '%');
-    if (!pct) {
-      if (OutputStream_writeString(out, fmt + p, n - p, strict) < 0) result = -1;
-      break;
-    }
-    const long k = pct - (fmt + p);
+  const NUV_UTF16* p = f->format;
+  for (;;) {
+    const NUV_UTF16* stop = nuv::find_directive(p);
+    const long k = stop - p;
     if (k) {
-      const int r = OutputStream_writeString(out, fmt + p, k, strict);
+      const int r = OutputStream_writeString(out, p, k, strict);
       if (r < 0) {
         result = -1;
         break;
       }
       if (bounded && r < k) break;
     }
+    if (*stop == 0) break;
     OutputConversion conv;
     OutputConversionCtor(&conv);
-    const int used = OutputConversion_parse(&conv, pct + 1, &f->args);
+    const int used = OutputConversion_parse(&conv, stop + 1, &f->args);
     if (used < 0) {
       OutputConversionXtor(&conv);
       result = -1;
       break;
     }
-    p = (pct - fmt) + 1 + used;
+    p = stop + 1 + used;
     // A failed allocation leaves the directive without text; it is reported.
     OutputConversionSpec_toString(&conv.spec, &conv.length, conv.flags.alternativeForm, conv.precision.value,
                                   &f->args);
@@ -112,7 +167,7 @@ int FormattedOutput_parse(FormattedOutput* f) {
       break;
     }
     if (bounded && out->written >= out->limit) break;
-    if (p >= n || fmt[p] == 0) break;
+    if (*p == 0) break;
   }
   return OutputStream_writeNullTermination(out, result, strict);
 }

@@ -22,6 +22,12 @@ int OutputConversionSpec_itoa__(OutputConversionSpec* spec, uint64_t magnitude, 
 int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, int alternativeForm, int precision,
                                 long double value);
 
+namespace nuv {
+// snprintf(out, size, "%.*<sym>", precision, value) for finite doubles and
+// f F e E g G, without the C library; -1 when not covered or not fitting.
+int format_double_fast(char* out, std::size_t size, char sym, int precision, double value);
+}  // namespace nuv
+
 // Sign character and padding count of a converted directive.
 void OutputConversion_toString(OutputConversion* c);
 
@@ -92,7 +98,14 @@ inline int OutputStream_writeString(OutputStream* s, const NUV_UTF16* text, long
       n = room;
     }
   }
-  if (s->buffer) std::memcpy(s->buffer + s->written, text, n * sizeof(NUV_UTF16));
+  if (s->buffer) {
+    NUV_UTF16* d = s->buffer + s->written;
+    if (n <= 16) {
+      for (uint64_t i = 0; i < n; ++i) d[i] = text[i];  // short runs: no call
+    } else {
+      std::memcpy(d, text, n * sizeof(NUV_UTF16));
+    }
+  }
   s->written += n;
   return static_cast<int>(n);
 }
@@ -119,3 +132,12 @@ void FormattedOutputCtor(FormattedOutput* f, FILE* file, NUV_UTF16* buffer, uint
                          const NUV_UTF16* format, int strict, std::va_list args);
 void FormattedOutputXtor(FormattedOutput* f);
 int FormattedOutput_parse(FormattedOutput* f);
+
+namespace nuv {
+// The next '%' or the terminating NUL of a format, and its plain reference.
+const NUV_UTF16* find_directive(const NUV_UTF16* p);
+const NUV_UTF16* find_directive_ref(const NUV_UTF16* p);
+// The kernels behind it, for even addresses (AVX2 only after the CPU check).
+const NUV_UTF16* find_directive_sse2(const NUV_UTF16* p);
+const NUV_UTF16* find_directive_avx2(const NUV_UTF16* p);
+}  // namespace nuv

@@ -1,6 +1,10 @@
 // One directive's value: fetched, converted to bare UTF-16 text, then written
 // with sign, prefix and padding.  Integers are converted here; floating
 // values go through the C library's narrow printf and are widened.
+#include <langinfo.h>
+
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -109,6 +113,95 @@ bool fixed_fits_stack(int precision, long double value) {
 
 }  // namespace
 
+namespace nuv {
+
+// The C library's text for "%.*<sym>" of a finite double, produced by the
+// shortest exact-rounding routine of the C++ library instead: the same
+// digits (both round the exact binary value, ties to even) at a fraction of
+// the cost.  Only without '#' and with '.' as the radix; returns the length,
+// or -1 when the text does not fit or the case is not covered.
+namespace {
+
+// %.Nf for N <= 9 by exact integer arithmetic: value = m * 2^e, so
+// value * 10^N = m * 10^N * 2^e, rounded to an integer half to even, is the
+// digit string the C library prints.  -1 when the digits need more than 64 bits.
+int fixed_small(char* out, std::size_t size, int precision, double value) {
+  static constexpr uint64_t kPow10[10] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000,
+                                          1000000000};
+  uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  if (bits >> 63) return -1;  // -0.0 keeps its sign in the C library's text
+  const int biased = static_cast<int>((bits >> 52) & 0x7FF);
+  uint64_t m = bits & ((uint64_t{1} << 52) - 1);
+  int e;
+  if (biased == 0) {
+    e = -1074;
+  } else {
+    m |= uint64_t{1} << 52;
+    e = biased - 1075;
+  }
+  using u128 = unsigned __int128;
+  u128 x = static_cast<u128>(m) * kPow10[precision];  // below 2^83
+  u128 q;
+  if (e >= 0) {
+    if (e > 10) return -1;
+    q = x << e;
+  } else if (-e > 90) {
+    q = 0;  // far below one half of the last digit
+  } else {
+    const int k = -e;
+    q = x >> k;
+    const u128 r = x - (q << k);
+    const u128 half = static_cast<u128>(1) << (k - 1);
+    if (r > half || (r == half && (q & 1))) ++q;
+  }
+  if (q >> 64) return -1;
+  char digits[24];
+  int n = 0;
+  uint64_t v = static_cast<uint64_t>(q);
+  do {
+    digits[n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v);
+  while (n < precision + 1) digits[n++] = '0';
+  const std::size_t len = static_cast<std::size_t>(n) + (precision ? 1 : 0);
+  if (len >= size) return -1;
+  std::size_t o = 0;
+  for (int i = n - 1; i >= 0; --i) {
+    out[o++] = digits[i];
+    if (i == precision && precision) out[o++] = '.';
+  }
+  return static_cast<int>(o);
+}
+
+}  // namespace
+
+int format_double_fast(char* out, std::size_t size, char sym, int precision, double value) {
+  std::chars_format f;
+  switch (sym) {
+    case 'f': case 'F': f = std::chars_format::fixed; break;
+    case 'e': case 'E': f = std::chars_format::scientific; break;
+    case 'g': case 'G': f = std::chars_format::general; break;
+    default: return -1;
+  }
+  if (!std::isfinite(value)) return -1;
+  const char* radix = nl_langinfo(RADIXCHAR);
+  if (radix[0] != '.' || radix[1] != 0) return -1;
+  if (f == std::chars_format::fixed && precision <= 9) {
+    const int n = fixed_small(out, size, precision, value);
+    if (n >= 0) return n;
+  }
+  const auto r = std::to_chars(out, out + size, value, f, precision);
+  if (r.ec != std::errc()) return -1;
+  const int len = static_cast<int>(r.ptr - out);
+  if (sym == 'E' || sym == 'G')
+    for (int i = 0; i < len; ++i)
+      if (out[i] == 'e') out[i] = 'E';
+  return len;
+}
+
+}  // namespace nuv
+
 int OutputConversionSpec_itoa__(OutputConversionSpec* spec, uint64_t magnitude, int base, int upperCase,
                                 int precision, int alternativeForm) {
   if (magnitude == 0 && precision == 0) {
@@ -164,8 +257,13 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
       return -1;
     }
   }
-  int len = isLongDouble ? std::snprintf(narrow, size, format, precision, value)
-                         : std::snprintf(narrow, size, format, precision, static_cast<double>(value));
+  int len = -1;
+  if (narrow == stack && !isLongDouble && !alternativeForm)
+    len = nuv::format_double_fast(stack, sizeof stack - 1, static_cast<char>(sym), precision,
+                                  static_cast<double>(value));
+  if (len < 0)
+    len = isLongDouble ? std::snprintf(narrow, size, format, precision, value)
+                       : std::snprintf(narrow, size, format, precision, static_cast<double>(value));
   if (len < 0) len = 0;
   if (static_cast<std::size_t>(len) >= size) {
     if (nuv::load_relaxed(u16_trace_level) != 0)
@@ -232,8 +330,20 @@ int OutputConversionSpec_toString(OutputConversionSpec* spec, const LengthModifi
         set_ascii(spec, "(null)");
         return 0;
       }
-      const std::size_t n = precision >= 0 ? strnlenU16(s, static_cast<std::size_t>(precision))
-                                           : static_cast<std::size_t>(strlenU16(s));
+      // Short strings are measured and copied in one pass.
+      const std::size_t cut = precision >= 0 ? static_cast<std::size_t>(precision) : SIZE_MAX;
+      std::size_t k = 0;
+      while (k < 32 && k < cut && nuv::unit_at(s + k) != 0) {
+        spec->inlineText[k] = nuv::unit_at(s + k);
+        ++k;
+      }
+      if (k < 32) {
+        spec->inlineText[k] = 0;
+        spec->text = spec->inlineText;
+        spec->length = static_cast<int32_t>(k);
+        return 0;
+      }
+      const std::size_t n = precision >= 0 ? strnlenU16(s, cut) : static_cast<std::size_t>(strlenU16(s));
       // Inline when the text and its NUL take fewer than 2,051 bytes.
       NUV_UTF16* out = text_room(spec, n + 1, src::kStringAllocLine);
       if (!out) return -1;

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "common/nuv_internal.h"
+#include "string/scan.h"
 
 namespace {
 
@@ -77,14 +78,25 @@ std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst,
   return i;
 }
 
+// One unit's UTF-8 bytes in the low bytes of a word, chosen without
+// branches so that mixed text does not mispredict.
+inline std::uint32_t packed_utf8(unsigned u, unsigned* len) {
+  const unsigned two = u >= 0x80, three = u >= 0x800;
+  *len = 1 + two + three;
+  const std::uint32_t b2 = (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
+  const std::uint32_t b3 = (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
+  return three ? b3 : two ? b2 : u;
+}
+
 // ASCII runs go sixteen units at a time (one mask test, one pack, one store);
-// a block that holds anything else is done by the scalar steps.
-std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
-                             bool* hit_surrogate) {
+// other blocks go unit by unit with a four-byte store per unit while there
+// are at least four bytes of room, and the exact scalar steps after that.
+std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
+                                  std::size_t* bytes, bool* hit_surrogate) {
   const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
   std::size_t i = 0, o = 0;
   *hit_surrogate = false;
-  while (i < n) {
+  while (i < n && cap - o >= 4) {
     if (n - i >= 16 && cap - o >= 16) {
       const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
       const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 8));
@@ -95,16 +107,31 @@ std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std
         o += 16;
         continue;
       }
-      const std::size_t k = encode_scalar(src + i, 16, dst, cap, &o, hit_surrogate);
-      i += k;
-      if (k < 16) break;
-      continue;
     }
-    i += encode_scalar(src + i, n - i, dst, cap, &o, hit_surrogate);
-    break;
+    const std::size_t end = n - i < 16 ? n : i + 16;
+    for (; i < end && cap - o >= 4; ++i) {
+      const unsigned u = unit_at(src + i);
+      if (is_surrogate_unit(u)) {
+        *hit_surrogate = true;
+        *bytes = o;
+        return i;
+      }
+      unsigned len;
+      const std::uint32_t w = packed_utf8(u, &len);
+      std::memcpy(dst + o, &w, 4);
+      o += len;
+    }
   }
+  if (i < n) i += encode_scalar(src + i, n - i, dst, cap, &o, hit_surrogate);
   *bytes = o;
   return i;
+}
+
+std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
+                             bool* hit_surrogate) {
+  static const bool avx2 = cpu_has_avx2();
+  return avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
+              : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
 }
 
 std::size_t fwrite_units_ref(const NUV_UTF16* units, std::size_t size, std::size_t count, FILE* stream,

@@ -16,8 +16,14 @@ inline bool is_surrogate_unit(unsigned u) { return ((u + 0x2800u) & 0xFFFFu) <= 
 // Encodes units of src[0..n) into dst while each whole unit fits in cap
 // bytes, stopping before the first surrogate (*hit_surrogate set).  Returns
 // the units consumed; *bytes gets the bytes written.  src may be unaligned.
+// Bytes of dst past *bytes (but below cap) may be overwritten.
 std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
                              bool* hit_surrogate);
+// The kernels behind it: SSE2 everywhere, AVX2 only after the CPU check.
+std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
+                                  std::size_t* bytes, bool* hit_surrogate);
+std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
+                                  std::size_t* bytes, bool* hit_surrogate);
 std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
                                  std::size_t* bytes, bool* hit_surrogate);
 

@@ -16,6 +16,7 @@
 
 #include "nuvu16.h"
 #include "stream/output.h"
+#include "string/scan.h"
 
 namespace {
 
@@ -187,7 +188,7 @@ TEST(StreamOutput, FastPathMatchesReferenceAtEveryBufferSize) {
 TEST(StreamOutput, KernelMatchesReferenceAtEveryAlignmentAndCapacity) {
   std::mt19937 rng(77);
   std::vector<char16_t> storage(200);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 20000; ++round) {
     const std::size_t n = rng() % 150;
     const std::u16string text = round % 2 ? random_text(rng, n, round % 5 == 0) : std::u16string(n, u'a');
     // Odd byte offsets too: callers may pass units at any address.
@@ -195,16 +196,25 @@ TEST(StreamOutput, KernelMatchesReferenceAtEveryAlignmentAndCapacity) {
     std::memcpy(base, text.data(), n * 2);
     const auto* src = reinterpret_cast<const NUV_UTF16*>(base);
     const std::size_t cap = rng() % 400;
-    std::vector<char> d1(cap + 1, 0x55), d2(cap + 1, 0x55);
-    std::size_t b1, b2;
-    bool s1, s2;
-    const std::size_t k1 = nuv::encode_units_fit(src, n, d1.data(), cap, &b1, &s1);
+    std::vector<char> d2(cap + 1, 0x55);
+    std::size_t b2;
+    bool s2;
     const std::size_t k2 = nuv::encode_units_fit_ref(src, n, d2.data(), cap, &b2, &s2);
-    ASSERT_EQ(k1, k2) << round;
-    ASSERT_EQ(b1, b2);
-    ASSERT_EQ(s1, s2);
-    ASSERT_LE(b1, cap);
-    ASSERT_EQ(d1, d2);
+    for (int variant = 0; variant < 3; ++variant) {
+      if (variant == 2 && !nuv::cpu_has_avx2()) continue;
+      std::vector<char> d1(cap + 1, 0x55);
+      std::size_t b1;
+      bool s1;
+      const std::size_t k1 = variant == 0   ? nuv::encode_units_fit(src, n, d1.data(), cap, &b1, &s1)
+                             : variant == 1 ? nuv::encode_units_fit_sse2(src, n, d1.data(), cap, &b1, &s1)
+                                            : nuv::encode_units_fit_avx2(src, n, d1.data(), cap, &b1, &s1);
+      ASSERT_EQ(k1, k2) << round << " variant " << variant;
+      ASSERT_EQ(b1, b2);
+      ASSERT_EQ(s1, s2);
+      ASSERT_LE(b1, cap);
+      ASSERT_EQ(std::string(d1.data(), b1), std::string(d2.data(), b2));
+      ASSERT_EQ(d1[cap], 0x55);  // nothing written at or past the capacity
+    }
   }
 }
 
