@@ -4,6 +4,7 @@
 // inlined copy of the decoder.
 #include <immintrin.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -89,10 +90,9 @@ struct PackTable {
 };
 constexpr PackTable kPack;
 
-// With SSSE3: blocks of ASCII and valid two-byte characters (most European
-// text) are decoded whole, without a branch per character, up to and
-// including a newline (true: the line is complete); other blocks go the
-// SSE2 way.
+// With SSSE3: blocks of ASCII and valid two- and three-byte characters are
+// decoded whole, without a branch per character, up to and including a
+// newline (true: the line is complete); other blocks go the SSE2 way.
 __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in, NUV_UTF16*& out,
                                                              NUV_UTF16* limit) {
   const __m128i nl = _mm_set1_epi8('\n');
@@ -100,8 +100,9 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
   const __m128i c0 = _mm_set1_epi8(static_cast<char>(0xC0));
   const __m128i c80 = _mm_set1_epi8(static_cast<char>(0x80));
   const __m128i e0 = _mm_set1_epi8(static_cast<char>(0xE0));
+  const __m128i f0 = _mm_set1_epi8(static_cast<char>(0xF0));
   const __m128i w1f = _mm_set1_epi16(0x1F), w3f = _mm_set1_epi16(0x3F), we0 = _mm_set1_epi16(0xE0),
-                wc0 = _mm_set1_epi16(0xC0);
+                wc0 = _mm_set1_epi16(0xC0), wf0 = _mm_set1_epi16(0xF0);
   const char* p = in.p;
   const char* const e = in.e;
   NUV_UTF16* o = out;
@@ -109,26 +110,63 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
     __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     unsigned high = static_cast<unsigned>(_mm_movemask_epi8(v));
     const unsigned newline = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, nl)));
+    if ((high | newline) == 0) {  // plain ASCII: the most common block by far
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
+      p += 16;
+      o += 16;
+      continue;
+    }
+    if (newline && (high & ((2u << __builtin_ctz(newline)) - 1)) == 0) {  // ASCII up to the newline
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
+      const unsigned k = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
+      in.p = const_cast<char*>(p + k);
+      out = o + k;
+      return true;
+    }
     unsigned conts = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, c0), c80)));
-    unsigned leads = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, e0), c0)));
-    // Up to and including a newline, or the whole block; a lead in the last
-    // byte of a whole block waits for the next one.
-    const unsigned span = newline ? (2u << __builtin_ctz(newline)) - 1 : 0xFFFFu;
+    unsigned lead2 = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, e0), c0)));
+    unsigned lead3 = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, f0), e0)));
+    // Up to and including a newline; or else the whole block less a character
+    // that it cuts off at its end, which waits for the next block.
+    unsigned span = 0xFFFFu, take;
+    if (newline) {
+      take = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
+      span = (2u << (take - 1)) - 1;
+    } else {
+      const unsigned cut = (lead2 & 0x8000u) | (lead3 & 0xC000u);
+      take = cut ? static_cast<unsigned>(__builtin_ctz(cut)) : 16;
+      span = (1u << take) - 1;
+    }
     high &= span;
     conts &= span;
-    leads &= span;
-    const unsigned last_lead = leads >> 15;
-    leads &= 0x7FFF;
-    if ((high & ~(conts | leads | (last_lead << 15))) == 0 && conts == (leads << 1)) {
-      const __m128i next = _mm_srli_si128(v, 1);
+    lead2 &= span;
+    lead3 &= span;
+    // Valid when every byte >= 0x80 is a lead or a continuation and the
+    // continuations are exactly those the leads call for.
+    if ((high & ~(conts | lead2 | lead3)) == 0 && conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
+      const __m128i next1 = _mm_srli_si128(v, 1), next2 = _mm_srli_si128(v, 2);
       __m128i a0 = _mm_unpacklo_epi8(v, zero), a1 = _mm_unpackhi_epi8(v, zero);
-      __m128i n0 = _mm_unpacklo_epi8(next, zero), n1 = _mm_unpackhi_epi8(next, zero);
-      __m128i l0 = _mm_cmpeq_epi16(_mm_and_si128(a0, we0), wc0), l1 = _mm_cmpeq_epi16(_mm_and_si128(a1, we0), wc0);
-      __m128i t0 = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(a0, w1f), 6), _mm_and_si128(n0, w3f));
-      __m128i t1 = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(a1, w1f), 6), _mm_and_si128(n1, w3f));
-      a0 = _mm_or_si128(_mm_and_si128(l0, t0), _mm_andnot_si128(l0, a0));
-      a1 = _mm_or_si128(_mm_and_si128(l1, t1), _mm_andnot_si128(l1, a1));
-      const unsigned keep = ~conts & span & (last_lead ? 0x7FFFu : 0xFFFFu);
+      const __m128i b0 = _mm_and_si128(_mm_unpacklo_epi8(next1, zero), w3f);
+      const __m128i b1 = _mm_and_si128(_mm_unpackhi_epi8(next1, zero), w3f);
+      const __m128i c0w = _mm_and_si128(_mm_unpacklo_epi8(next2, zero), w3f);
+      const __m128i c1w = _mm_and_si128(_mm_unpackhi_epi8(next2, zero), w3f);
+      const __m128i is2_0 = _mm_cmpeq_epi16(_mm_and_si128(a0, we0), wc0);
+      const __m128i is2_1 = _mm_cmpeq_epi16(_mm_and_si128(a1, we0), wc0);
+      const __m128i is3_0 = _mm_cmpeq_epi16(_mm_and_si128(a0, wf0), we0);
+      const __m128i is3_1 = _mm_cmpeq_epi16(_mm_and_si128(a1, wf0), we0);
+      // Two-byte: lead bits 5, then 6.  Three-byte: lead bits 4 (the shift by
+      // 12 drops the rest), then 6 and 6.
+      const __m128i t2_0 = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(a0, w1f), 6), b0);
+      const __m128i t2_1 = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(a1, w1f), 6), b1);
+      const __m128i t3_0 = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(a0, 12), _mm_slli_epi16(b0, 6)), c0w);
+      const __m128i t3_1 = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(a1, 12), _mm_slli_epi16(b1, 6)), c1w);
+      a0 = _mm_or_si128(_mm_and_si128(is2_0, t2_0), _mm_andnot_si128(is2_0, a0));
+      a1 = _mm_or_si128(_mm_and_si128(is2_1, t2_1), _mm_andnot_si128(is2_1, a1));
+      a0 = _mm_or_si128(_mm_and_si128(is3_0, t3_0), _mm_andnot_si128(is3_0, a0));
+      a1 = _mm_or_si128(_mm_and_si128(is3_1, t3_1), _mm_andnot_si128(is3_1, a1));
+      const unsigned keep = ~conts & span;
       const unsigned k0 = keep & 0xFF, k1 = keep >> 8;
       a0 = _mm_shuffle_epi8(a0, _mm_load_si128(reinterpret_cast<const __m128i*>(kPack.shuffle[k0])));
       a1 = _mm_shuffle_epi8(a1, _mm_load_si128(reinterpret_cast<const __m128i*>(kPack.shuffle[k1])));
@@ -136,9 +174,8 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
       o += __builtin_popcount(k0);
       _mm_storeu_si128(reinterpret_cast<__m128i*>(o), a1);
       o += __builtin_popcount(k1);
-      p += 16 - last_lead;
+      p += take;
       if (newline) {
-        p = p - 16 + __builtin_ctz(newline) + 1;
         in.p = const_cast<char*>(p);
         out = o;
         return true;
@@ -154,14 +191,124 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
   return false;
 }
 
+// With AVX-512 (BW and VBMI2): the same decoding 32 bytes at a time, with
+// every block through it (no branch on whether a block is ASCII) and the
+// characters packed by one compress.
+__attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt"))) bool fast_run_avx512(
+    nuv::CachedBytes& in, NUV_UTF16*& out, NUV_UTF16* limit) {
+  const __m256i nl = _mm256_set1_epi8('\n');
+  const __m256i c0 = _mm256_set1_epi8(static_cast<char>(0xC0));
+  const __m256i c80 = _mm256_set1_epi8(static_cast<char>(0x80));
+  const __m256i e0 = _mm256_set1_epi8(static_cast<char>(0xE0));
+  const __m256i f0 = _mm256_set1_epi8(static_cast<char>(0xF0));
+  const __m512i w1f = _mm512_set1_epi16(0x1F), w3f = _mm512_set1_epi16(0x3F);
+  const char* p = in.p;
+  const char* const e = in.e;
+  NUV_UTF16* o = out;
+  // p + 1 and p + 2 are loaded too, so 34 bytes must be there.
+  while (e - p >= 34 && limit - o >= 32) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const std::uint32_t newline = _mm256_cmpeq_epi8_mask(v, nl);
+    std::uint32_t high = _mm256_movepi8_mask(v);
+    std::uint32_t conts = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, c0), c80);
+    std::uint32_t lead2 = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, e0), c0);
+    std::uint32_t lead3 = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, f0), e0);
+    unsigned take;
+    std::uint32_t span;
+    if (newline) {
+      take = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
+      span = take == 32 ? 0xFFFFFFFFu : (1u << take) - 1;
+    } else {
+      const std::uint32_t cut = (lead2 & 0x80000000u) | (lead3 & 0xC0000000u);
+      take = cut ? static_cast<unsigned>(__builtin_ctz(cut)) : 32;
+      span = take == 32 ? 0xFFFFFFFFu : (1u << take) - 1;
+    }
+    high &= span;
+    conts &= span;
+    lead2 &= span;
+    lead3 &= span;
+    if ((high & ~(conts | lead2 | lead3)) == 0 &&
+        conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
+      const __m512i a = _mm512_cvtepu8_epi16(v);
+      const __m512i b = _mm512_and_si512(
+          _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 1))), w3f);
+      const __m512i c = _mm512_and_si512(
+          _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 2))), w3f);
+      const __m512i t2 = _mm512_or_si512(_mm512_slli_epi16(_mm512_and_si512(a, w1f), 6), b);
+      const __m512i t3 = _mm512_or_si512(_mm512_or_si512(_mm512_slli_epi16(a, 12), _mm512_slli_epi16(b, 6)), c);
+      __m512i r = _mm512_mask_mov_epi16(a, lead2, t2);
+      r = _mm512_mask_mov_epi16(r, lead3, t3);
+      const std::uint32_t keep = ~conts & span;
+      _mm512_storeu_si512(o, _mm512_maskz_compress_epi16(keep, r));
+      o += __builtin_popcount(keep);
+      p += take;
+      if (newline) {
+        in.p = const_cast<char*>(p);
+        out = o;
+        return true;
+      }
+      continue;
+    }
+    // Something else in the block: the ASCII in front of it, then one
+    // character the plain way.
+    const std::uint32_t stop = _mm256_movepi8_mask(v) | newline;
+    _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(v));
+    if (!step_at_stop(p, e, o, stop)) break;
+  }
+  in.p = const_cast<char*>(p);
+  out = o;
+  return false;
+}
+
 using FastRun = bool (*)(nuv::CachedBytes&, NUV_UTF16*&, NUV_UTF16*);
 
-FastRun choose_fast_run() {
+bool has_avx512_kernel() {
   __builtin_cpu_init();
-  return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt") ? fast_run_ssse3 : fast_run_sse2;
+  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+         __builtin_cpu_supports("avx512vbmi2");
+}
+
+bool has_ssse3_kernel() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
+}
+
+FastRun choose_fast_run() {
+  if (has_avx512_kernel()) return fast_run_avx512;
+  return has_ssse3_kernel() ? fast_run_ssse3 : fast_run_sse2;
+}
+
+std::atomic<FastRun> g_fast_run{nullptr};
+
+inline FastRun fast_run_kernel() {
+  FastRun f = g_fast_run.load(std::memory_order_relaxed);
+  if (__builtin_expect(f == nullptr, 0)) {
+    f = choose_fast_run();
+    g_fast_run.store(f, std::memory_order_relaxed);
+  }
+  return f;
 }
 
 }  // namespace
+
+namespace nuv {
+
+bool use_fgets_kernel_for_tests(int kernel) {
+  switch (kernel) {
+    case 0: g_fast_run.store(fast_run_sse2, std::memory_order_relaxed); return true;
+    case 1:
+      if (!has_ssse3_kernel()) return false;
+      g_fast_run.store(fast_run_ssse3, std::memory_order_relaxed);
+      return true;
+    case 2:
+      if (!has_avx512_kernel()) return false;
+      g_fast_run.store(fast_run_avx512, std::memory_order_relaxed);
+      return true;
+    default: g_fast_run.store(nullptr, std::memory_order_relaxed); return true;
+  }
+}
+
+}  // namespace nuv
 
 extern "C" NUV_API NUV_UTF16* fgetsU16(NUV_UTF16* buffer, int capacity, FILE* stream) {
   if (capacity <= 1) {
@@ -178,7 +325,7 @@ extern "C" NUV_API NUV_UTF16* fgetsU16(NUV_UTF16* buffer, int capacity, FILE* st
   int status = 0;
   bool last_bad = false;
   End how;
-  static const FastRun fast_run = choose_fast_run();
+  const FastRun fast_run = fast_run_kernel();
   bool failed;
   {
   nuv::StreamLock lock(stream);
