@@ -29,13 +29,15 @@ __attribute__((always_inline)) inline bool step_at_stop(const char*& p, const ch
   o += k;
   const auto* q = reinterpret_cast<const unsigned char*>(p);
   const unsigned b = q[0];
+  // Overlong forms (C0, C1, E0 80..9F) can spell a newline; they take the
+  // general path, which ends the line on any decoded newline.
   if (e - p >= 3) {  // at least 16 - k >= 1 bytes remain; a three-byte form needs 3
-    if ((b & 0xE0) == 0xC0 && cont(q[1])) {
+    if ((b & 0xE0) == 0xC0 && b >= 0xC2 && cont(q[1])) {
       *o++ = static_cast<NUV_UTF16>(((b & 0x1F) << 6) | (q[1] & 0x3F));
       p += 2;
       return true;
     }
-    if ((b & 0xF0) == 0xE0 && cont(q[1]) && cont(q[2])) {
+    if ((b & 0xF0) == 0xE0 && cont(q[1]) && cont(q[2]) && (b != 0xE0 || q[1] >= 0xA0)) {
       *o++ = static_cast<NUV_UTF16>(((b & 0x0F) << 12) | ((q[1] & 0x3F) << 6) | (q[2] & 0x3F));
       p += 3;
       return true;
@@ -90,7 +92,8 @@ struct PackTable {
 };
 constexpr PackTable kPack;
 
-// With SSSE3: blocks of ASCII and valid two- and three-byte characters are
+// With SSSE3: blocks of ASCII and valid two- and three-byte characters (not
+// overlong) are
 // decoded whole, without a branch per character, up to and including a
 // newline (true: the line is complete); other blocks go the SSE2 way.
 __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in, NUV_UTF16*& out,
@@ -101,6 +104,7 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
   const __m128i c80 = _mm_set1_epi8(static_cast<char>(0x80));
   const __m128i e0 = _mm_set1_epi8(static_cast<char>(0xE0));
   const __m128i f0 = _mm_set1_epi8(static_cast<char>(0xF0));
+  const __m128i fe = _mm_set1_epi8(static_cast<char>(0xFE));
   const __m128i w1f = _mm_set1_epi16(0x1F), w3f = _mm_set1_epi16(0x3F), we0 = _mm_set1_epi16(0xE0),
                 wc0 = _mm_set1_epi16(0xC0), wf0 = _mm_set1_epi16(0xF0);
   const char* p = in.p;
@@ -145,7 +149,12 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
     lead3 &= span;
     // Valid when every byte >= 0x80 is a lead or a continuation and the
     // continuations are exactly those the leads call for.
-    if ((high & ~(conts | lead2 | lead3)) == 0 && conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
+    const unsigned overlong =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, fe), c0))) |
+        ((static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, e0))) << 1) &
+         static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, e0), c80))));
+    if ((high & ~(conts | lead2 | lead3)) == 0 && (overlong & span) == 0 &&
+        conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
       const __m128i next1 = _mm_srli_si128(v, 1), next2 = _mm_srli_si128(v, 2);
       __m128i a0 = _mm_unpacklo_epi8(v, zero), a1 = _mm_unpackhi_epi8(v, zero);
       const __m128i b0 = _mm_and_si128(_mm_unpacklo_epi8(next1, zero), w3f);
@@ -201,6 +210,7 @@ __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt")))
   const __m256i c80 = _mm256_set1_epi8(static_cast<char>(0x80));
   const __m256i e0 = _mm256_set1_epi8(static_cast<char>(0xE0));
   const __m256i f0 = _mm256_set1_epi8(static_cast<char>(0xF0));
+  const __m256i fe = _mm256_set1_epi8(static_cast<char>(0xFE));
   const __m512i w1f = _mm512_set1_epi16(0x1F), w3f = _mm512_set1_epi16(0x3F);
   const char* p = in.p;
   const char* const e = in.e;
@@ -227,7 +237,10 @@ __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt")))
     conts &= span;
     lead2 &= span;
     lead3 &= span;
-    if ((high & ~(conts | lead2 | lead3)) == 0 &&
+    const std::uint32_t overlong =
+        _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, fe), c0) |
+        ((_mm256_cmpeq_epi8_mask(v, e0) << 1) & _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, e0), c80));
+    if ((high & ~(conts | lead2 | lead3)) == 0 && (overlong & span) == 0 &&
         conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
       const __m512i a = _mm512_cvtepu8_epi16(v);
       const __m512i b = _mm512_and_si512(
@@ -361,6 +374,10 @@ extern "C" NUV_API NUV_UTF16* fgetsU16(NUV_UTF16* buffer, int capacity, FILE* st
     last_bad = status == nuv::kBadUtf8Status;
     if (c < 0x10000) {
       *out++ = static_cast<NUV_UTF16>(c);
+      if (c == '\n') {  // an overlong form of it
+        how = End::Newline;
+        break;
+      }
       continue;
     }
     *out++ = nuv::high_surrogate(c);

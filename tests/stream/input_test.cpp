@@ -255,6 +255,17 @@ TEST(Fgets, BadSequencesConsumeTheirBytes) {
   EXPECT_EQ(std::u16string(buf, 4), std::u16string(u"#\0#z", 4));
 }
 
+TEST(Fgets, OverlongNewlineEndsTheLine) {
+  TempStream s(B({'a', 0xC0, 0x8A, 'b', 0xE0, 0x80, 0x8A, 'c'}));
+  NUV_UTF16 buf[8];
+  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
+  EXPECT_EQ(std::u16string(buf), u"a\n");
+  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
+  EXPECT_EQ(std::u16string(buf), u"b\n");
+  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
+  EXPECT_EQ(std::u16string(buf), u"c");
+}
+
 TEST(Fgets, ErrorIndicatorGivesNull) {
   FILE* f = std::fopen("/dev/null", "w");  // reading a write-only stream sets the error flag
   ASSERT_NE(f, nullptr);

@@ -102,7 +102,11 @@ inline std::vector<uint8_t> random_stream(uint32_t seed, size_t pieces, int bad_
         case 6: o.push_back(0xF1); o.push_back(0x80); o.push_back(static_cast<uint8_t>(pick(0xC0, 0xFF))); break;
         case 7: o.push_back(0xF2); o.push_back(0x80); o.push_back(0x80); o.push_back(static_cast<uint8_t>(pick(0, 0x7F))); break;
         case 8: o.push_back(static_cast<uint8_t>(pick(0xF4, 0xF7))); o.push_back(0x90); o.push_back(0x80); o.push_back(0x80); break;  // beyond U+10FFFF
-        case 9: o.push_back(0xC0); o.push_back(0x80); break;                          // overlong, accepted
+        case 9:  // overlong forms, accepted: U+0000 and newlines in two and three bytes
+          if (pick(0, 2) == 0) { o.push_back(0xC0); o.push_back(0x80); }
+          else if (pick(0, 1)) { o.push_back(0xC0); o.push_back(0x8A); }
+          else { o.push_back(0xE0); o.push_back(0x80); o.push_back(0x8A); }
+          break;
         default: put_utf8(o, pick(0xD800, 0xDFFF)); break;                            // encoded surrogate, accepted
       }
     } else {
@@ -132,6 +136,8 @@ inline std::vector<uint8_t> latin_stream(uint32_t seed, size_t pieces) {
     else if (r < 203) o.push_back(static_cast<uint8_t>(pick(0x80, 0xBF)));
     else if (r < 206) o.push_back(static_cast<uint8_t>(pick(0xC0, 0xDF)));  // lead without its continuation
     else if (r < 208) put_utf8(o, pick(0x800, 0x10FFFF));
+    else if (r < 209) { o.push_back(0xC1); o.push_back(static_cast<uint8_t>(pick(0x80, 0xBF))); }  // overlong
+    else if (r < 210) { o.push_back(0xE0); o.push_back(static_cast<uint8_t>(pick(0x80, 0x9F))); o.push_back(0x8A); }
     else o.push_back(static_cast<uint8_t>(pick(0x20, 0x7E)));
   }
   return o;
