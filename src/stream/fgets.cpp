@@ -220,6 +220,12 @@ __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt")))
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
     const std::uint32_t newline = _mm256_cmpeq_epi8_mask(v, nl);
     std::uint32_t high = _mm256_movepi8_mask(v);
+    if ((high | newline) == 0) {  // plain ASCII
+      _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(v));
+      p += 32;
+      o += 32;
+      continue;
+    }
     std::uint32_t conts = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, c0), c80);
     std::uint32_t lead2 = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, e0), c0);
     std::uint32_t lead3 = _mm256_cmpeq_epi8_mask(_mm256_and_si256(v, f0), e0);
