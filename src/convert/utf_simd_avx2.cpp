@@ -13,21 +13,24 @@ namespace nuv::rscp {
 namespace {
 
 // ---- UTF-8 -> UTF-16 ------------------------------------------------------
-// A block of 64 bytes is checked at once with bit masks (structure of every
-// sequence, overlong forms); then windows walk the characters proved valid.
-// Bit i of the end mask is set when a character ends at byte i.  A window of
-// 12 bytes goes through a table keyed by its end mask: six characters of one
-// or two bytes into 16-bit lanes, or up to four of one to three bytes into
-// 32-bit lanes.  Runs of eight two-byte or eight three-byte characters take
-// shortcuts, and four-byte characters are written as pairs one by one.
+// Blocks of 64 bytes are checked with bit masks, independently of the walk
+// (a few bits carry over to the next block): structure of every sequence,
+// overlong forms, the range of four-byte forms.  A walk then converts the
+// characters proved valid, two blocks ahead of the check.  Bit i of the end
+// mask is set when a character ends at byte i.  A window of 12 bytes goes
+// through a table keyed by its end mask: six characters of one or two bytes
+// into 16-bit lanes, or up to four characters of one to four bytes into
+// 32-bit lanes (four-byte ones become surrogate pairs).  Runs of ASCII, of
+// two-byte and of three-byte characters take shortcuts.
 struct DecodePattern {
-  uint8_t shuf[16];
-  uint8_t produced, wide;  // wide: 32-bit lanes
+  uint8_t in[16];   // gathers each character into its lane, last byte lowest
+  uint8_t out[16];  // packs the units of lanes with pairs
+  uint8_t produced, kind;  // kind: 0 six narrow, 1 four wide, 2 wide with pairs
 };
 
 struct DecodeTables {
-  uint16_t index[4096];  // pattern id | bytes consumed << 8
-  DecodePattern pat[185];
+  uint16_t index[4096];  // pattern id | bytes consumed << 9
+  DecodePattern pat[405];
 };
 
 constexpr DecodeTables make_decode_tables() {
@@ -40,27 +43,33 @@ constexpr DecodeTables make_decode_tables() {
     for (int j = 0; j < 6 && narrow; ++j) narrow = lens[j] <= 2;
     unsigned id = 0, consumed = 0;
     DecodePattern p{};
-    for (auto& b : p.shuf) b = 0x80;
+    for (auto& b : p.in) b = 0x80;
+    for (auto& b : p.out) b = 0x80;
     if (narrow) {
       for (int j = 0; j < 6; ++j) {
         id |= static_cast<unsigned>(lens[j] - 1) << j;
-        p.shuf[2 * j] = static_cast<uint8_t>(ends[j]);
-        if (lens[j] == 2) p.shuf[2 * j + 1] = static_cast<uint8_t>(ends[j] - 1);
+        p.in[2 * j] = static_cast<uint8_t>(ends[j]);
+        if (lens[j] == 2) p.in[2 * j + 1] = static_cast<uint8_t>(ends[j] - 1);
       }
-      consumed = static_cast<unsigned>(ends[5] + 1), p.produced = 6, p.wide = 0;
+      consumed = static_cast<unsigned>(ends[5] + 1), p.produced = 6, p.kind = 0;
     } else {
       int k = 0;
-      while (k < n && k < 4 && lens[k] <= 3) ++k;
-      unsigned code = 0;
-      for (int j = 0; j < k; ++j) {
-        code = code * 3 + static_cast<unsigned>(lens[j] - 1);
-        for (int b = 0; b < lens[j]; ++b) p.shuf[4 * j + b] = static_cast<uint8_t>(ends[j] - b);
+      while (k < n && k < 4 && lens[k] <= 4) ++k;
+      unsigned code = 0, scale = 1, units = 0;
+      bool pairs = false;
+      for (int j = 0; j < k; ++j, scale *= 4) {
+        code += static_cast<unsigned>(lens[j] - 1) * scale;
+        for (int b = 0; b < lens[j]; ++b) p.in[4 * j + b] = static_cast<uint8_t>(ends[j] - b);
+        for (int b = 0; b < (lens[j] == 4 ? 4 : 2); ++b) p.out[2 * units + b] = static_cast<uint8_t>(4 * j + b);
+        units += lens[j] == 4 ? 2 : 1;
+        pairs = pairs || lens[j] == 4;
       }
-      const unsigned base[5] = {64, 65, 68, 77, 104};
-      id = base[k] + code;
-      consumed = static_cast<unsigned>(k ? ends[k - 1] + 1 : 0), p.produced = static_cast<uint8_t>(k), p.wide = 1;
+      const unsigned base[5] = {0, 1, 5, 21, 85};
+      id = 64 + base[k] + code;
+      consumed = static_cast<unsigned>(k ? ends[k - 1] + 1 : 0);
+      p.produced = static_cast<uint8_t>(units), p.kind = pairs ? 2 : 1;
     }
-    t.index[m] = static_cast<uint16_t>(id | consumed << 8);
+    t.index[m] = static_cast<uint16_t>(id | consumed << 9);
     t.pat[id] = p;
   }
   return t;
@@ -75,6 +84,14 @@ inline uint64_t gt64(__m256i a0, __m256i a1, char c) {
   const __m256i k = _mm256_set1_epi8(c);
   return mask64(_mm256_cmpgt_epi8(a0, k), _mm256_cmpgt_epi8(a1, k));
 }
+inline uint64_t lt64(__m256i a0, __m256i a1, char c) {
+  const __m256i k = _mm256_set1_epi8(c);
+  return mask64(_mm256_cmpgt_epi8(k, a0), _mm256_cmpgt_epi8(k, a1));
+}
+inline uint64_t eq64(__m256i a0, __m256i a1, char c) {
+  const __m256i k = _mm256_set1_epi8(c);
+  return mask64(_mm256_cmpeq_epi8(a0, k), _mm256_cmpeq_epi8(a1, k));
+}
 
 // Three-byte forms in 32-bit lanes (last byte lowest) to code points.
 inline __m256i three_byte_values(__m256i x) {
@@ -88,64 +105,109 @@ inline void widen32(const __m256i v, NUV_UTF16* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 16), _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
 }
 
+// Bits that a block hands to the next: continuations still expected, and
+// leads whose second byte has a restricted range.
+struct Carry {
+  uint64_t cont, e0, f0, f4;
+};
+
+struct Checked {
+  uint64_t high, start, err;  // bytes >= 0x80, starts of characters, errors
+};
+
+inline Checked check_block(const rscpUtf8* p, Carry& c) {
+  const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+  const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+  const uint64_t high = mask64(v0, v1);
+  if ((high | c.cont) == 0) {
+    c = {};
+    return {0, ~0ull, 0};
+  }
+  // Signed compares: ASCII bytes are positive, so each mask is cut to bytes >= 0x80.
+  const uint64_t geC0 = gt64(v0, v1, -65) & high, geE0 = gt64(v0, v1, -33) & high;
+  const uint64_t geF0 = gt64(v0, v1, -17) & high, geF8 = gt64(v0, v1, -9) & high;
+  const uint64_t cont = high & ~geC0;
+  const uint64_t lead2 = geC0 & ~geE0, lead3 = geE0 & ~geF0, lead4 = geF0 & ~geF8;
+  const uint64_t l234 = lead2 | lead3 | lead4, l34 = lead3 | lead4;
+  const uint64_t predicted = (l234 << 1) | (l34 << 2) | (lead4 << 3) | c.cont;
+  // Overlong forms: leads 0xC0 and 0xC1, 0xE0 followed by 0x80..0x9F.
+  const __m256i fe = _mm256_set1_epi8(-2), c0 = _mm256_set1_epi8(-64);
+  const uint64_t c0c1 = mask64(_mm256_cmpeq_epi8(_mm256_and_si256(v0, fe), c0), _mm256_cmpeq_epi8(_mm256_and_si256(v1, fe), c0));
+  const uint64_t e0 = eq64(v0, v1, -32);
+  uint64_t err = geF8 | (predicted ^ cont) | c0c1 | (((e0 << 1) | c.e0) & lt64(v0, v1, -96));
+  Carry next{(l234 >> 63) | (l34 >> 62) | (lead4 >> 61), e0 >> 63, 0, 0};
+  if (lead4 | c.f0 | c.f4) {
+    // Four-byte forms: 0xF0 needs 0x90..0xBF next (else overlong), 0xF4 needs
+    // 0x80..0x8F (else past U+10FFFF), 0xF5..0xF7 are past it.
+    const uint64_t f0 = eq64(v0, v1, -16), f4 = eq64(v0, v1, -12);
+    const uint64_t below90 = lt64(v0, v1, -112);
+    err |= (gt64(v0, v1, -12) & lead4) | (((f0 << 1) | c.f0) & below90) | (((f4 << 1) | c.f4) & cont & ~below90);
+    next.f0 = f0 >> 63, next.f4 = f4 >> 63;
+  }
+  c = next;
+  return {high, ~cont, err};
+}
+
+// Keeps the ends that an error at bit q of the second word still allows
+// (characters ending two bytes before it or earlier).
+inline void cut_at_error(uint64_t& e0, uint64_t& e1, unsigned q) {
+  if (q >= 2) {
+    e1 &= (1ull << (q - 1)) - 1;
+  } else {
+    e1 = 0;
+    if (q == 0) e0 &= ~(1ull << 63);
+  }
+}
+
 void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
   const rscpUtf8* s = *sp;
   NUV_UTF16* d = *dp;
-  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
-  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
-  while (se - s >= 80 && de - d >= 72) {
+  // Plain ASCII needs no walk.
+  while (se - s >= 64 && de - d >= 64) {
     const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
     const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
-    const uint64_t high = mask64(v0, v1);
-    if (high == 0) {
-      widen32(v0, d), widen32(v1, d + 32);
-      s += 64, d += 64;
-      continue;
-    }
-    if ((high & 1) == 0) {  // an ASCII prefix: widen, keep the prefix
-      const unsigned k = static_cast<unsigned>(__builtin_ctzll(high));
-      widen32(v0, d);
-      if (k > 32) widen32(v1, d + 32);
-      s += k, d += k;
-      continue;
-    }
-    // Signed compares: ASCII bytes are positive, so each mask is cut to bytes >= 0x80.
-    const uint64_t geC0 = gt64(v0, v1, -65) & high, geE0 = gt64(v0, v1, -33) & high;
-    const uint64_t geF0 = gt64(v0, v1, -17) & high, geF8 = gt64(v0, v1, -9) & high;
-    const uint64_t cont = high & ~geC0;
-    const uint64_t lead2 = geC0 & ~geE0, lead3 = geE0 & ~geF0, lead4 = geF0 & ~geF8;
-    const uint64_t predicted = ((lead2 | lead3 | lead4) << 1) | ((lead3 | lead4) << 2) | (lead4 << 3);
-    // Overlong forms: leads 0xC0 and 0xC1, and 0xE0 followed by 0x80..0x9F.
-    const __m256i fe = _mm256_set1_epi8(-2), c0 = _mm256_set1_epi8(-64), e0v = _mm256_set1_epi8(-32);
-    const uint64_t c0c1 = mask64(_mm256_cmpeq_epi8(_mm256_and_si256(v0, fe), c0), _mm256_cmpeq_epi8(_mm256_and_si256(v1, fe), c0));
-    const uint64_t e0 = mask64(_mm256_cmpeq_epi8(v0, e0v), _mm256_cmpeq_epi8(v1, e0v));
-    const __m256i a0 = _mm256_set1_epi8(-96);
-    const uint64_t belowA0 = mask64(_mm256_cmpgt_epi8(a0, v0), _mm256_cmpgt_epi8(a0, v1));
-    const uint64_t err = geF8 | (predicted ^ cont) | c0c1 | ((e0 << 1) & belowA0);
-    // Ends are known up to byte 62 (the byte after must be seen); before an
-    // error at byte q only characters ending at q - 2 or earlier are sound.
-    uint64_t ends = (~cont >> 1) & (~0ull >> 1);
-    if (err) {
-      const unsigned q = static_cast<unsigned>(__builtin_ctzll(err));
-      ends &= q >= 2 ? (1ull << (q - 1)) - 1 : 0;
-    }
-    unsigned pos = 0;
-    for (;;) {
-      const uint64_t e = ends >> pos;
-      const rscpUtf8* w = s + pos;
-      const uint64_t h = high >> pos;
-      if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII (as far as the ends are sound)
-        unsigned run = static_cast<unsigned>(__builtin_ctzll(~e));
+    if (!_mm256_testz_si256(_mm256_or_si256(v0, v1), _mm256_set1_epi8(-128))) break;
+    widen32(v0, d), widen32(v1, d + 32);
+    s += 64, d += 64;
+  }
+  if (se - s < 128 || de - d < 160) {
+    *sp = s, *dp = d;
+    return;
+  }
+  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
+  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
+  constexpr uint64_t kNo63 = ~0ull >> 1;
+  // Two checked blocks, [base, base + 128) in bounds: E0/H0 the first, E1/H1
+  // the second (E1 bit 63 waits for the block after it).
+  const rscpUtf8* base = s;
+  Carry carry{};
+  const Checked a = check_block(base, carry), b = check_block(base + 64, carry);
+  uint64_t E0 = (a.start >> 1) | (b.start << 63), E1 = (b.start >> 1) & kNo63, H0 = a.high, H1 = b.high;
+  bool stop = false;  // an error was found: check no further
+  if (a.err) {
+    const unsigned q = static_cast<unsigned>(__builtin_ctzll(a.err));
+    E0 &= q >= 2 ? (1ull << (q - 1)) - 1 : 0, E1 = 0, stop = true;
+  } else if (b.err) {
+    cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(b.err))), stop = true;
+  }
+  unsigned pos = 0;
+  for (;;) {
+    while (pos < 64) {
+      const uint64_t e = pos ? (E0 >> pos) | (E1 << (64 - pos)) : E0;
+      const uint64_t h = pos ? (H0 >> pos) | (H1 << (64 - pos)) : H0;
+      const rscpUtf8* w = base + pos;
+      if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII
+        unsigned run = ~e ? static_cast<unsigned>(__builtin_ctzll(~e)) : 64;
         if (h) run = std::min(run, static_cast<unsigned>(__builtin_ctzll(h)));
-        run = std::min(run, 16u);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
-                            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w))));
+        run = std::min(run, 32u);
+        widen32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w)), d);
         pos += run, d += run;
         continue;
       }
       if ((e & 0xFFFFFFFFFFFF) == 0x924924924924) {  // sixteen three-byte characters
-        for (int half = 0; half < 2; ++half, w += 24) {
-          const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
+        for (int half = 0; half < 2; ++half) {
+          const rscpUtf8* x24 = w + 24 * half;
+          const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(x24 + 12), reinterpret_cast<const __m128i*>(x24));
           const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
           const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
           _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 8 * half), _mm256_castsi256_si128(packed));
@@ -170,32 +232,42 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
         continue;
       }
       const unsigned entry = kDecode.index[e & 0xFFF];
-      const unsigned consumed = entry >> 8;
-      if (consumed == 0) {
-        // A four-byte character (its structure is proved): check its range.
-        if ((e & 0xF) != 0x8 || w[0] > 0xF4 || (w[0] == 0xF0 && w[1] < 0x90) || (w[0] == 0xF4 && w[1] >= 0x90)) break;
-        const uint32_t c = (w[0] & 7u) << 18 | (w[1] & 0x3Fu) << 12 | (w[2] & 0x3Fu) << 6 | (w[3] & 0x3Fu);
-        d[0] = static_cast<NUV_UTF16>(0xD800 + ((c - 0x10000) >> 10));
-        d[1] = static_cast<NUV_UTF16>(0xDC00 + (c & 0x3FF));
-        pos += 4, d += 2;
-        continue;
-      }
-      const DecodePattern& p = kDecode.pat[entry & 0xFF];
+      const unsigned consumed = entry >> 9;
+      if (consumed == 0) goto done;  // nothing proved here: the scalar code goes on
+      const DecodePattern& p = kDecode.pat[entry & 0x1FF];
       const __m128i x = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)),
-                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.shuf)));
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.in)));
       __m128i vals;
-      if (p.wide) {
-        const __m128i wv = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
-        vals = _mm_packus_epi32(wv, wv);
-      } else {
+      if (p.kind == 0) {
         vals = _mm_or_si128(_mm_and_si128(x, _mm_set1_epi16(0x7F)), _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x7C0)));
+      } else {  // wide lanes, with or without pairs
+        const __m128i cp3 = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
+        const __m128i cp4 = _mm_or_si128(
+            _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(0x3F)), _mm_and_si128(_mm_srli_epi32(x, 2), _mm_set1_epi32(0xFC0))),
+            _mm_or_si128(_mm_and_si128(_mm_srli_epi32(x, 4), _mm_set1_epi32(0x3F000)),
+                         _mm_and_si128(_mm_srli_epi32(x, 6), _mm_set1_epi32(0x1C0000))));
+        const __m128i is4 = _mm_cmpgt_epi32(_mm_srli_epi32(x, 24), _mm_setzero_si128());
+        const __m128i t = _mm_sub_epi32(cp4, _mm_set1_epi32(0x10000));
+        const __m128i pair = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xD800), _mm_srli_epi32(t, 10)),
+                                          _mm_slli_epi32(_mm_or_si128(_mm_set1_epi32(0xDC00), _mm_and_si128(t, _mm_set1_epi32(0x3FF))), 16));
+        vals = _mm_shuffle_epi8(_mm_blendv_epi8(cp3, pair, is4), _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.out)));
       }
       _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
       pos += consumed, d += p.produced;
     }
-    s += pos;
-    if (err || pos == 0) break;  // the scalar code converts or reports what stopped the run
+    // On to the next block: the one after it must be in bounds and checked.
+    base += 64, pos -= 64;
+    if (se - base < 128 || de - d < 160) break;
+    if (stop) {
+      E0 = E1, E1 = 0, H0 = H1, H1 = 0;
+    } else {
+      const Checked c = check_block(base + 64, carry);
+      E0 = E1 | (c.start << 63), E1 = (c.start >> 1) & kNo63, H0 = H1, H1 = c.high;
+      if (c.err) cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(c.err))), stop = true;
+    }
   }
+done:
+  s = base + pos;
   *sp = s, *dp = d;
 }
 
