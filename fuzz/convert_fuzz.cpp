@@ -173,8 +173,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
 
   // Vector paths against the scalar base routines.
-  const nuv::rscp::UtfKernels* kernels[] = {&nuv::rscp::kUtfSse2,
-                                            nuv::cpu_has_avx2() ? &nuv::rscp::kUtfAvx2 : &nuv::rscp::kUtfSse2};
+  const nuv::rscp::UtfKernels* kernels[] = {
+      &nuv::rscp::kUtfSse2, nuv::cpu_has_avx2() ? &nuv::rscp::kUtfAvx2 : &nuv::rscp::kUtfSse2,
+      nuv::rscp::cpu_has_avx512_vbmi2() ? &nuv::rscp::kUtfAvx512 : &nuv::rscp::kUtfSse2};
   std::vector<char16_t> ref16, got16;
   std::vector<rscpUtf8> ref8, got8;
   const Outcome ref = outcome<rscpUtf8, char16_t>(

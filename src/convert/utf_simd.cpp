@@ -45,7 +45,10 @@ void ascii16_to_8_sse2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp,
   *sp = s, *dp = d;
 }
 
-const UtfKernels* choose() { return cpu_has_avx2() ? &kUtfAvx2 : &kUtfSse2; }
+const UtfKernels* choose() {
+  if (cpu_has_avx512_vbmi2()) return &kUtfAvx512;
+  return cpu_has_avx2() ? &kUtfAvx2 : &kUtfSse2;
+}
 
 std::atomic<const UtfKernels*> g_override{nullptr};
 std::atomic<bool> g_overridden{false};
@@ -53,6 +56,12 @@ std::atomic<bool> g_overridden{false};
 }  // namespace
 
 const UtfKernels kUtfSse2{"sse2", ascii8_to_16_sse2, ascii16_to_8_sse2};
+
+bool cpu_has_avx512_vbmi2() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+         __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
+}
 
 const UtfKernels* best_utf_kernels() {
   static const UtfKernels* const k = choose();

@@ -16,7 +16,12 @@ struct UtfKernels {
 };
 
 extern const UtfKernels kUtfSse2;  // ASCII runs only
-extern const UtfKernels kUtfAvx2;  // ASCII runs and mixed 1-3 byte runs
+extern const UtfKernels kUtfAvx2;    // ASCII runs and mixed runs through tables
+extern const UtfKernels kUtfAvx512;  // with VBMI and VBMI2: mixed runs through compress
+bool cpu_has_avx512_vbmi2();
+// The AVX2 encoder whose steps over surrogates are AVX-512 ones, and that step.
+void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
+unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d);
 
 // The kernel in use (the best the CPU runs), or null for scalar only.
 const UtfKernels* utf_kernels();

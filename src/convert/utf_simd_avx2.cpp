@@ -339,34 +339,14 @@ inline __m256i three_byte_forms(__m256i u) {
       _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(u, six)), 16));
 }
 
-void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
-  const NUV_UTF16* s = *sp;
-  rscpUtf8* d = *dp;
+// Sixteen units without surrogates, 64 bytes of room.
+__attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*& s, rscpUtf8*& d) {
   const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
   alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
   const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
-  while (se - s >= 32 && de - d >= 64) {
-    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-    if (_mm256_testz_si256(v, asciiBits)) {
-      const __m256i v2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
-      const __m128i lo = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), lo);
-      if (_mm256_testz_si256(v2, asciiBits)) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16),
-                         _mm_packus_epi16(_mm256_castsi256_si128(v2), _mm256_extracti128_si256(v2, 1)));
-        s += 32, d += 32;
-      } else {
-        s += 16, d += 16;
-      }
-      continue;
-    }
-    // Surrogates stop the vector run; valid pairs are written here one by one.
-    const __m256i sur = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
-                                           _mm256_set1_epi16(static_cast<short>(0xD800)));
-    const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
-    const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
-    if (take == 16) {
-      // Sixteen units of 0x800 and above: all three-byte forms.
+  __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  {
+    // Sixteen units of 0x800 and above: all three-byte forms.
       const __m256i ge800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
                                                _mm256_setzero_si256());
       if (_mm256_testz_si256(ge800, ge800)) {
@@ -378,11 +358,11 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
         s += 16, d += 48;
-        continue;
+        return;
       }
     }
-    if (take == 16) {
-      // Sixteen units below 0x800: one or two bytes each, in 16-bit lanes.
+  {
+    // Sixteen units below 0x800: one or two bytes each, in 16-bit lanes.
       const __m256i lt80 = _mm256_cmpeq_epi16(_mm256_and_si256(v, asciiBits), _mm256_setzero_si256());
       const __m256i ge800 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)));
       if (_mm256_testz_si256(ge800, ge800)) {
@@ -401,10 +381,10 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
         d += kNarrow.pat[m1].len;
         s += 16;
-        continue;
+        return;
       }
     }
-    if (take >= 8) {
+  for (int half = 0; half < 2; ++half, v = _mm256_permute2x128_si256(v, v, 0x01)) {  // eight units at a time
       const __m256i u = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v));
       const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
       const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
@@ -426,6 +406,53 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
       d += p1.len;
       s += 8;
+    }
+}
+
+// Pairs512: steps over surrogates go to the AVX-512 kernel.
+template <bool Pairs512>
+void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const NUV_UTF16* s = *sp;
+  rscpUtf8* d = *dp;
+  const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
+  while (se - s >= 32 && de - d >= 64) {
+    // Long ASCII runs: 64 units a round.
+    while (se - s >= 64 && de - d >= 64) {
+      const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+      const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
+      const __m256i a2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+      const __m256i a3 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 48));
+      if (!_mm256_testz_si256(_mm256_or_si256(_mm256_or_si256(a0, a1), _mm256_or_si256(a2, a3)), asciiBits)) break;
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute4x64_epi64(_mm256_packus_epi16(a0, a1), 0xD8));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute4x64_epi64(_mm256_packus_epi16(a2, a3), 0xD8));
+      s += 64, d += 64;
+    }
+    if (se - s < 32 || de - d < 64) break;
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    if (_mm256_testz_si256(v, asciiBits)) {
+      const __m256i v2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
+      const __m128i lo = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), lo);
+      if (_mm256_testz_si256(v2, asciiBits)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16),
+                         _mm_packus_epi16(_mm256_castsi256_si128(v2), _mm256_extracti128_si256(v2, 1)));
+        s += 32, d += 32;
+      } else {
+        s += 16, d += 16;
+      }
+      continue;
+    }
+    // Surrogates stop the vector run; valid pairs are written here one by one.
+    const __m256i sur = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                           _mm256_set1_epi16(static_cast<short>(0xD800)));
+    const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
+    const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
+    if (take == 16) {
+      encode_plain16_avx2(s, d);
+      continue;
+    }
+    if constexpr (Pairs512) {
+      if (!encode_pairs16_avx512(s, d)) break;
       continue;
     }
     // Eight units; surrogate pairs are written as two halves of two bytes
@@ -498,7 +525,15 @@ void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
   *sp = s, *dp = d;
 }
 
+void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  utf16_to_utf8_t<false>(sp, se, dp, de);
+}
+
 }  // namespace
+
+void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  utf16_to_utf8_t<true>(sp, se, dp, de);
+}
 
 const UtfKernels kUtfAvx2{"avx2", utf8_to_utf16_avx2, utf16_to_utf8_avx2};
 

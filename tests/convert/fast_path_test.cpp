@@ -14,6 +14,7 @@ namespace {
 std::vector<const UtfKernels*> kernels() {
   std::vector<const UtfKernels*> v{nullptr, &nuv::rscp::kUtfSse2};
   if (nuv::cpu_has_avx2()) v.push_back(&nuv::rscp::kUtfAvx2);
+  if (nuv::rscp::cpu_has_avx512_vbmi2()) v.push_back(&nuv::rscp::kUtfAvx512);
   return v;
 }
 

@@ -1,0 +1,167 @@
+// AVX-512 kernels (with VBMI and VBMI2) of the checking UTF-8 <-> UTF-16
+// converters, chosen at run time.  Every byte or unit position computes the
+// output it would give and compress instructions keep the ones that count,
+// so mixed text needs no tables and no walk from character to character.
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "convert/utf_simd.h"
+
+#define NUV_VBMI2 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,avx2,bmi,bmi2,lzcnt,popcnt")))
+
+namespace nuv::rscp {
+
+namespace {
+
+// ---- UTF-8 -> UTF-16 ------------------------------------------------------
+// A block of 64 bytes starting at a character: the masks prove every
+// sequence (structure, overlong forms, range), then each position yields the
+// unit of the character ending there (or, for a four-byte character, the
+// high surrogate at its third byte and the low one at its last byte).
+NUV_VBMI2 void utf8_to_utf16_avx512(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+  const rscpUtf8* s = *sp;
+  NUV_UTF16* d = *dp;
+  alignas(64) static constexpr uint8_t kBack1[64] = {
+      0,  0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
+      21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42,
+      43, 44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62};
+  const __m512i back1 = _mm512_load_si512(kBack1);
+  const __m512i back2 = _mm512_permutexvar_epi8(back1, back1);
+  while (se - s >= 64 && de - d >= 64) {
+    const __m512i v = _mm512_loadu_si512(s);
+    const uint64_t high = _mm512_movepi8_mask(v);
+    if (high == 0) {
+      _mm512_storeu_si512(d, _mm512_cvtepu8_epi16(_mm512_castsi512_si256(v)));
+      _mm512_storeu_si512(d + 32, _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(v, 1)));
+      s += 64, d += 64;
+      continue;
+    }
+    const uint64_t geC0 = _mm512_cmpge_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0xC0)));
+    const uint64_t geE0 = _mm512_cmpge_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0xE0)));
+    const uint64_t geF0 = _mm512_cmpge_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0xF0)));
+    const uint64_t geF5 = _mm512_cmpge_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0xF5)));
+    const uint64_t cont = high & ~geC0;
+    const uint64_t lead2 = geC0 & ~geE0, lead3 = geE0 & ~geF0, lead4 = geF0 & ~geF5;
+    const uint64_t predicted = ((lead2 | lead3 | lead4) << 1) | ((lead3 | lead4) << 2) | (lead4 << 3);
+    // Overlong and out-of-range forms: leads 0xC0, 0xC1 and 0xF5..0xFF,
+    // 0xE0 then 0x80..0x9F, 0xF0 then 0x80..0x8F, 0xF4 then 0x90..0xBF.
+    const uint64_t c0c1 = _mm512_cmpeq_epi8_mask(_mm512_and_si512(v, _mm512_set1_epi8(static_cast<char>(0xFE))),
+                                                 _mm512_set1_epi8(static_cast<char>(0xC0)));
+    const uint64_t e0 = _mm512_cmpeq_epi8_mask(v, _mm512_set1_epi8(static_cast<char>(0xE0)));
+    const uint64_t f0 = _mm512_cmpeq_epi8_mask(v, _mm512_set1_epi8(static_cast<char>(0xF0)));
+    const uint64_t f4 = _mm512_cmpeq_epi8_mask(v, _mm512_set1_epi8(static_cast<char>(0xF4)));
+    const uint64_t below90 = _mm512_cmplt_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0x90)));
+    const uint64_t belowA0 = _mm512_cmplt_epu8_mask(v, _mm512_set1_epi8(static_cast<char>(0xA0)));
+    const uint64_t err = geF5 | (predicted ^ cont) | c0c1 | ((e0 << 1) & belowA0) | ((f0 << 1) & below90) |
+                         ((f4 << 1) & cont & ~below90);
+    // Ends are known up to byte 62; before an error at byte q only
+    // characters ending at q - 2 or earlier are sound.
+    uint64_t ends = (~cont >> 1) & (~0ull >> 1);
+    if (err) {
+      const unsigned q = static_cast<unsigned>(__builtin_ctzll(err));
+      ends &= q >= 2 ? (1ull << (q - 1)) - 1 : 0;
+    }
+    if (ends == 0) break;
+    const unsigned taken = 64 - static_cast<unsigned>(__builtin_clzll(ends));
+    const uint64_t keep = taken == 64 ? ~0ull : (1ull << taken) - 1;
+    const uint64_t mLo4 = lead4 << 3, mHi4 = lead4 << 2;
+    const uint64_t emit = (~high | (lead2 << 1) | (lead3 << 2) | mLo4 | mHi4) & keep;
+    const __m512i v1 = _mm512_permutexvar_epi8(back1, v), v2 = _mm512_permutexvar_epi8(back2, v);
+    for (int half = 0; half < 2; ++half) {
+      const __m512i b0 = _mm512_cvtepu8_epi16(half ? _mm512_extracti64x4_epi64(v, 1) : _mm512_castsi512_si256(v));
+      const __m512i b1 = _mm512_cvtepu8_epi16(half ? _mm512_extracti64x4_epi64(v1, 1) : _mm512_castsi512_si256(v1));
+      const __m512i b2 = _mm512_cvtepu8_epi16(half ? _mm512_extracti64x4_epi64(v2, 1) : _mm512_castsi512_si256(v2));
+      const __m512i k3f = _mm512_set1_epi16(0x3F);
+      const __m512i low6 = _mm512_and_si512(b0, k3f);
+      const __m512i mid6 = _mm512_slli_epi16(_mm512_and_si512(b1, k3f), 6);
+      const unsigned sh = 32 * static_cast<unsigned>(half);
+      const __mmask32 m2 = static_cast<__mmask32>((lead2 << 1) >> sh), m3 = static_cast<__mmask32>((lead3 << 2) >> sh);
+      const __mmask32 mlo = static_cast<__mmask32>(mLo4 >> sh), mhi = static_cast<__mmask32>(mHi4 >> sh);
+      __m512i val = b0;
+      val = _mm512_mask_mov_epi16(val, m2, _mm512_or_si512(_mm512_slli_epi16(_mm512_and_si512(b1, _mm512_set1_epi16(0x1F)), 6), low6));
+      val = _mm512_mask_mov_epi16(
+          val, m3, _mm512_or_si512(_mm512_or_si512(_mm512_slli_epi16(b2, 12), mid6), low6));
+      val = _mm512_mask_mov_epi16(
+          val, mlo, _mm512_or_si512(_mm512_set1_epi16(static_cast<short>(0xDC00)),
+                                    _mm512_or_si512(_mm512_slli_epi16(_mm512_and_si512(b1, _mm512_set1_epi16(0xF)), 6), low6)));
+      const __m512i hiBits = _mm512_or_si512(
+          _mm512_or_si512(_mm512_slli_epi16(_mm512_and_si512(b2, _mm512_set1_epi16(7)), 8),
+                          _mm512_slli_epi16(_mm512_and_si512(b1, k3f), 2)),
+          _mm512_srli_epi16(low6, 4));
+      val = _mm512_mask_mov_epi16(val, mhi, _mm512_add_epi16(hiBits, _mm512_set1_epi16(static_cast<short>(0xD7C0))));
+      const __mmask32 e = static_cast<__mmask32>(emit >> sh);
+      _mm512_storeu_si512(d, _mm512_maskz_compress_epi16(e, val));
+      d += __builtin_popcount(e);
+    }
+    s += taken;
+    if (err) break;  // the scalar code converts or reports what stopped the run
+  }
+  *sp = s, *dp = d;
+}
+
+// ---- UTF-16 -> UTF-8 ------------------------------------------------------
+// The AVX2 encoder, with its steps over surrogates done here: sixteen units
+// in 32-bit lanes, each in its one- to three-byte form, the two halves of a
+// surrogate pair two bytes each; a byte mask keeps the bytes in use and a
+// compress packs them.
+}  // namespace
+
+// One step over sixteen units that hold a surrogate (64 bytes of room):
+// returns the units taken, 0 at a lone surrogate in front.
+NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d) {
+  alignas(32) static constexpr uint16_t kBack[16] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
+  const __m256i back = _mm256_load_si256(reinterpret_cast<const __m256i*>(kBack));
+  const __m256i h = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i top6 = _mm256_and_si256(h, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+  const __mmask16 hs = _mm256_cmpeq_epi16_mask(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
+  const __mmask16 ls = _mm256_cmpeq_epi16_mask(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
+  unsigned lanes;
+  if (((hs << 1) & 0xFFFF) == ls) {
+    lanes = hs & 0x8000 ? 15 : 16;  // a pair across the end waits for the next step
+  } else {
+    lanes = static_cast<unsigned>(__builtin_ctz(hs | ls));  // plain units before a lone surrogate
+    if (lanes == 0) return 0;
+  }
+  const __mmask16 use = static_cast<__mmask16>((1u << lanes) - 1);
+  const __m512i u = _mm512_cvtepu16_epi32(h);
+  const __m512i prev = _mm512_cvtepu16_epi32(_mm256_permutexvar_epi16(back, h));
+  const __m512i k3f = _mm512_set1_epi32(0x3F), k80 = _mm512_set1_epi32(0x80);
+  const __m512i lastByte = _mm512_or_si512(k80, _mm512_and_si512(u, k3f));
+  const __mmask16 one = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x80));
+  const __mmask16 two = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x800)) & ~one;
+  const __mmask16 sur = hs | ls;
+  __m512i bytes = _mm512_or_si512(
+      _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xE0), _mm512_srli_epi32(u, 12)),
+                      _mm512_slli_epi32(_mm512_or_si512(k80, _mm512_and_si512(_mm512_srli_epi32(u, 6), k3f)), 8)),
+      _mm512_slli_epi32(lastByte, 16));
+  bytes = _mm512_mask_mov_epi32(
+      bytes, two, _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xC0), _mm512_srli_epi32(u, 6)), _mm512_slli_epi32(lastByte, 8)));
+  bytes = _mm512_mask_mov_epi32(bytes, one, u);
+  // Pair halves: the high one gives the first two bytes, the low one the
+  // last two (with two bits of the high one).
+  const __m512i chi = _mm512_add_epi32(_mm512_and_si512(u, _mm512_set1_epi32(0x3FF)), _mm512_set1_epi32(0x40));
+  bytes = _mm512_mask_mov_epi32(
+      bytes, hs,
+      _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xF0), _mm512_srli_epi32(chi, 8)),
+                      _mm512_slli_epi32(_mm512_or_si512(k80, _mm512_and_si512(_mm512_srli_epi32(chi, 2), k3f)), 8)));
+  bytes = _mm512_mask_mov_epi32(
+      bytes, ls,
+      _mm512_or_si512(_mm512_or_si512(k80, _mm512_or_si512(_mm512_slli_epi32(_mm512_and_si512(prev, _mm512_set1_epi32(3)), 4),
+                                                           _mm512_and_si512(_mm512_srli_epi32(u, 6), _mm512_set1_epi32(0xF)))),
+                      _mm512_slli_epi32(lastByte, 8)));
+  // Bytes per lane: 1, 2 (two-byte forms and pair halves) or 3; 0 when unused.
+  __m512i len = _mm512_set1_epi32(0x03030303);
+  len = _mm512_mask_mov_epi32(len, two | sur, _mm512_set1_epi32(0x02020202));
+  len = _mm512_mask_mov_epi32(len, one, _mm512_set1_epi32(0x01010101));
+  len = _mm512_maskz_mov_epi32(use, len);
+  const uint64_t keep = _mm512_cmplt_epu8_mask(_mm512_set1_epi32(0x03020100), len);
+  _mm512_storeu_si512(d, _mm512_maskz_compress_epi8(keep, bytes));
+  d += __builtin_popcountll(keep);
+  s += lanes;
+  return lanes;
+}
+
+const UtfKernels kUtfAvx512{"avx512", utf8_to_utf16_avx512, utf16_to_utf8_avx2_pairs512};
+
+}  // namespace nuv::rscp
