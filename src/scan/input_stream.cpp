@@ -10,11 +10,9 @@ void InputStreamCtor(InputStream* s, FILE* file, const NUV_UTF16* text) {
   s->endOfInput = 0;
 }
 
-void InputStreamXtor(InputStream* s) {
-  // A unit still held here was read from the FILE; give back what it can take.
-  if (s->file && s->pushBack != kNoPushBack && s->pushBack < 0x80) ungetc(s->pushBack, s->file);
-  s->pushBack = kNoPushBack;
-}
+// A non-ASCII unit still held here when the call ends is dropped: the FILE
+// can only take bytes back, and no state outlives the call.
+void InputStreamXtor(InputStream* s) { s->pushBack = kNoPushBack; }
 
 int32_t skipWhiteSpace(InputStream* s, int32_t* unit) {
   int32_t c;

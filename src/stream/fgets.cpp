@@ -1,7 +1,7 @@
-// fgetsU16: the line reader.  Runs of ASCII are widened sixteen bytes at a
-// time straight out of the FILE buffer and common two- and three-byte
-// characters are decoded in place; everything else goes through its own
-// inlined copy of the decoder.
+// fgetsU16: the line reader.  Whole blocks of the FILE buffer are decoded in
+// place (SSE2 for ASCII; SSSE3 or AVX-512 for one- to three-byte text, chosen
+// at run time); four-byte, overlong and bad sequences, and the ends of the
+// buffers, go through the line reader's own inlined copy of the decoder.
 #include <immintrin.h>
 
 #include <atomic>
@@ -19,7 +19,7 @@ enum class End { Newline, Eof, Full };
 
 inline bool cont(unsigned char b) { return (b & 0xC0) == 0x80; }
 
-// One stop inside a 16-byte block: the bytes in front of it are ASCII and
+// One stop inside a block: the bytes in front of it are ASCII and
 // have been stored already.  Decodes a valid two- or three-byte character in
 // place; false sends the caller to the general path.
 __attribute__((always_inline)) inline bool step_at_stop(const char*& p, const char* e, NUV_UTF16*& o,
@@ -31,7 +31,7 @@ __attribute__((always_inline)) inline bool step_at_stop(const char*& p, const ch
   const unsigned b = q[0];
   // Overlong forms (C0, C1, E0 80..9F) can spell a newline; they take the
   // general path, which ends the line on any decoded newline.
-  if (e - p >= 3) {  // at least 16 - k >= 1 bytes remain; a three-byte form needs 3
+  if (e - p >= 3) {  // a three-byte form needs 3
     if ((b & 0xE0) == 0xC0 && b >= 0xC2 && cont(q[1])) {
       *o++ = static_cast<NUV_UTF16>(((b & 0x1F) << 6) | (q[1] & 0x3F));
       p += 2;

@@ -202,17 +202,6 @@ TEST(Strtod, StatedDifferences) {
   EXPECT_EQ(strtodU(u"3.5", nullptr), 3.5);
 }
 
-TEST(Strtod, DecimalPointFollowsLocale) {
-  const char* old = setlocale(LC_NUMERIC, nullptr);
-  std::string saved = old ? old : "C";
-  if (!setlocale(LC_NUMERIC, "de_DE.UTF-8")) GTEST_SKIP() << "no de_DE.UTF-8 locale";
-  long end;
-  EXPECT_EQ(ours_value(u"2,5", &end), 2.5);
-  EXPECT_EQ(end, 3);
-  EXPECT_EQ(ours_value(u"2.5", &end), 2.0);
-  setlocale(LC_NUMERIC, saved.c_str());
-}
-
 // ---- integers ----------------------------------------------------------------
 
 template <class T>
