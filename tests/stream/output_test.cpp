@@ -12,6 +12,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "nuvu16.h"
@@ -305,6 +306,31 @@ TEST(StreamOutput, DevFullAndClosedPipe) {
   EXPECT_TRUE(std::ferror(w));
   std::fclose(w);
   std::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST(StreamOutput, LockingFormsDoNotInterleaveAcrossThreads) {
+  FILE* f = std::tmpfile();
+  Buffered buffer;
+  buffer.apply(f, _IOFBF, 64);  // many flushes in the middle of lines
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([f, t] {
+      std::u16string line(60, static_cast<char16_t>(u'\u00e0' + t));
+      line += u'\n';
+      for (int i = 0; i < 500; ++i) {
+        if (i % 2) fputsU16(line.c_str(), f);
+        else fwriteU16(line.data(), 1, line.size(), f);
+      }
+    });
+  for (auto& th : threads) th.join();
+  const std::string all = contents(f);
+  std::fclose(f);
+  ASSERT_EQ(all.size(), 4u * 500u * 121u);
+  for (std::size_t at = 0; at < all.size(); at += 121) {
+    const std::string line = all.substr(at, 121);
+    ASSERT_EQ(line.back(), '\n');
+    for (std::size_t k = 2; k < 120; k += 2) ASSERT_EQ(line.compare(k, 2, line, 0, 2), 0) << at;
+  }
 }
 
 }  // namespace
