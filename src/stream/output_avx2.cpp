@@ -98,6 +98,38 @@ inline unsigned encode8(__m256i u, char* out) {
   return lo.length + hi.length;
 }
 
+// Four units (32-bit lanes, none a surrogate) to UTF-8; stores 16 bytes,
+// returns how many of them count.
+inline unsigned encode4(__m128i u, char* out) {
+  const __m128i m2 = _mm_cmpgt_epi32(u, _mm_set1_epi32(0x7F));
+  const __m128i m3 = _mm_cmpgt_epi32(u, _mm_set1_epi32(0x7FF));
+  const __m128i six = _mm_set1_epi32(0x3F);
+  const __m128i cont = _mm_set1_epi32(0x80);
+  const __m128i last = _mm_or_si128(_mm_and_si128(u, six), cont);
+  const __m128i mid = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), six), cont);
+  const __m128i w3 = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
+                                  _mm_or_si128(_mm_slli_epi32(mid, 8), _mm_slli_epi32(last, 16)));
+  const __m128i w2 = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)), _mm_slli_epi32(last, 8));
+  const __m128i w = _mm_blendv_epi8(_mm_blendv_epi8(u, w2, m2), w3, m3);
+  const int key = _mm_movemask_ps(_mm_castsi128_ps(m2)) | (_mm_movemask_ps(_mm_castsi128_ps(m3)) << 4);
+  const Pack& p = kPack.e[key];
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                   _mm_shuffle_epi8(w, _mm_load_si128(reinterpret_cast<const __m128i*>(p.shuffle))));
+  return p.length;
+}
+
+// Eight units all below 0x800, as encode16_short; stores 16 bytes.
+inline unsigned encode8_short(__m128i v, char* out) {
+  const __m128i m2 = _mm_cmpgt_epi16(v, _mm_set1_epi16(0x7F));
+  const __m128i lead = _mm_or_si128(_mm_srli_epi16(v, 6), _mm_set1_epi16(0xC0));
+  const __m128i tail = _mm_slli_epi16(_mm_or_si128(_mm_and_si128(v, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80)), 8);
+  const __m128i w = _mm_blendv_epi8(v, _mm_or_si128(lead, tail), m2);
+  const Pack& p = kPack2.e[_mm_movemask_epi8(_mm_packs_epi16(m2, m2)) & 0xFF];
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                   _mm_shuffle_epi8(w, _mm_load_si128(reinterpret_cast<const __m128i*>(p.shuffle))));
+  return p.length;
+}
+
 }  // namespace
 
 namespace nuv {
@@ -129,6 +161,24 @@ std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst
     o += encode8(_mm256_cvtepu16_epi32(a), dst + o);
     o += encode8(_mm256_cvtepu16_epi32(b), dst + o);
     i += 16;
+  }
+  // One block of eight for what is left.
+  if (n - i >= 8 && cap - o >= 28) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+    const __m128i shifted = _mm_add_epi16(v, _mm_set1_epi16(0x2800));
+    const __m128i high5 = _mm_and_si128(shifted, _mm_set1_epi16(static_cast<short>(0xF800)));
+    if (!_mm_movemask_epi8(_mm_cmpeq_epi16(high5, _mm_setzero_si128()))) {
+      if (_mm_testz_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)))) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + o), _mm_packus_epi16(v, v));
+        o += 8;
+      } else if (_mm_testz_si128(v, _mm_set1_epi16(static_cast<short>(0xF800)))) {
+        o += encode8_short(v, dst + o);
+      } else {
+        o += encode4(_mm_unpacklo_epi16(v, _mm_setzero_si128()), dst + o);
+        o += encode4(_mm_unpackhi_epi16(v, _mm_setzero_si128()), dst + o);
+      }
+      i += 8;
+    }
   }
   std::size_t tail_bytes;
   const std::size_t k = encode_units_fit_sse2(src + i, n - i, dst + o, cap - o, &tail_bytes, hit_surrogate);
