@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "convert/converters.h"
+#include "convert/utf_simd.h"
 
 namespace {
 
@@ -137,6 +138,17 @@ void from8_iconv(benchmark::State& st, const Corpus* c) {
   iconv_run(st, "UTF-16LE", "UTF-8", c->utf8.data(), c->utf8.size(), c->utf8.size() * 2 + 16);
 }
 
+// The AVX2 kernels, for CPUs without AVX-512 VBMI2 (the default choice here
+// is the best kernel the CPU runs).
+template <void (*F)(benchmark::State&, const Corpus*)>
+void with_avx2(benchmark::State& st, const Corpus* c) {
+  nuv::rscp::set_utf_kernels(&nuv::rscp::kUtfAvx2);
+  F(st, c);
+  nuv::rscp::set_utf_kernels(nuv::rscp::best_utf_kernels());
+}
+void from8_ours(benchmark::State& st, const Corpus* c);
+void to8_ours(benchmark::State& st, const Corpus* c);
+
 // ---- UTF-16 -> UTF-8 ----
 void to8_ours(benchmark::State& st, const Corpus* c) {
   std::vector<rscpUtf8> out(c->utf16.size() * 3 + 8);
@@ -174,7 +186,8 @@ int main(int argc, char** argv) {
   } kinds[] = {{"utf8_to_utf16", "ours", from8_ours},       {"utf8_to_utf16", "icu", from8_icu},
                {"utf8_to_utf16", "icu_sub", from8_icu_sub}, {"utf8_to_utf16", "iconv", from8_iconv},
                {"utf16_to_utf8", "ours", to8_ours},         {"utf16_to_utf8", "icu", to8_icu},
-               {"utf16_to_utf8", "iconv", to8_iconv}};
+               {"utf16_to_utf8", "iconv", to8_iconv},       {"utf8_to_utf16", "ours_avx2", with_avx2<from8_ours>},
+               {"utf16_to_utf8", "ours_avx2", with_avx2<to8_ours>}};
   for (const auto& c : corpora())
     for (const auto& k : kinds)
       benchmark::RegisterBenchmark((std::string(k.op) + "/" + k.impl + "/" + c.name).c_str(), k.fn, &c);

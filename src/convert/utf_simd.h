@@ -21,7 +21,7 @@ extern const UtfKernels kUtfAvx512;  // with VBMI and VBMI2: mixed runs through 
 bool cpu_has_avx512_vbmi2();
 // The AVX2 encoder whose steps over surrogates are AVX-512 ones, and that step.
 void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
-unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d);
+unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* se, rscpUtf8*& d, rscpUtf8* de);
 
 // The kernel in use (the best the CPU runs), or null for scalar only.
 const UtfKernels* utf_kernels();

@@ -416,22 +416,24 @@ void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, r
   rscpUtf8* d = *dp;
   const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
   while (se - s >= 32 && de - d >= 64) {
-    // Long ASCII runs: 64 units a round.
-    while (se - s >= 64 && de - d >= 64) {
-      const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-      const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
-      const __m256i a2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
-      const __m256i a3 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 48));
-      if (!_mm256_testz_si256(_mm256_or_si256(_mm256_or_si256(a0, a1), _mm256_or_si256(a2, a3)), asciiBits)) break;
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute4x64_epi64(_mm256_packus_epi16(a0, a1), 0xD8));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute4x64_epi64(_mm256_packus_epi16(a2, a3), 0xD8));
-      s += 64, d += 64;
-    }
-    if (se - s < 32 || de - d < 64) break;
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
     if (_mm256_testz_si256(v, asciiBits)) {
+      // Long ASCII runs: 64 units a round.
+      while (se - s >= 64 && de - d >= 64) {
+        const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+        const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
+        const __m256i a2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+        const __m256i a3 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 48));
+        if (!_mm256_testz_si256(_mm256_or_si256(_mm256_or_si256(a0, a1), _mm256_or_si256(a2, a3)), asciiBits)) break;
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_permute4x64_epi64(_mm256_packus_epi16(a0, a1), 0xD8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32), _mm256_permute4x64_epi64(_mm256_packus_epi16(a2, a3), 0xD8));
+        s += 64, d += 64;
+      }
+      if (se - s < 32 || de - d < 64) break;
+      const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+      if (!_mm256_testz_si256(v1, asciiBits)) continue;
       const __m256i v2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 16));
-      const __m128i lo = _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+      const __m128i lo = _mm_packus_epi16(_mm256_castsi256_si128(v1), _mm256_extracti128_si256(v1, 1));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(d), lo);
       if (_mm256_testz_si256(v2, asciiBits)) {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16),
@@ -452,7 +454,7 @@ void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, r
       continue;
     }
     if constexpr (Pairs512) {
-      if (!encode_pairs16_avx512(s, d)) break;
+      if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
     // Eight units; surrogate pairs are written as two halves of two bytes

@@ -107,30 +107,19 @@ NUV_VBMI2 void utf8_to_utf16_avx512(const rscpUtf8** sp, const rscpUtf8* se, NUV
 // compress packs them.
 }  // namespace
 
-// One step over sixteen units that hold a surrogate (64 bytes of room):
-// returns the units taken, 0 at a lone surrogate in front.
-NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d) {
-  alignas(32) static constexpr uint16_t kBack[16] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
-  const __m256i back = _mm256_load_si256(reinterpret_cast<const __m256i*>(kBack));
-  const __m256i h = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-  const __m256i top6 = _mm256_and_si256(h, _mm256_set1_epi16(static_cast<short>(0xFC00)));
-  const __mmask16 hs = _mm256_cmpeq_epi16_mask(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
-  const __mmask16 ls = _mm256_cmpeq_epi16_mask(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
-  unsigned lanes;
-  if (((hs << 1) & 0xFFFF) == ls) {
-    lanes = hs & 0x8000 ? 15 : 16;  // a pair across the end waits for the next step
-  } else {
-    lanes = static_cast<unsigned>(__builtin_ctz(hs | ls));  // plain units before a lone surrogate
-    if (lanes == 0) return 0;
-  }
-  const __mmask16 use = static_cast<__mmask16>((1u << lanes) - 1);
+namespace {
+
+// Sixteen units in 32-bit lanes to their bytes: one- to three-byte forms,
+// and two bytes for each half of a surrogate pair (the low half takes two
+// bits of the unit before it).  Returns the bytes written.
+NUV_VBMI2 __attribute__((always_inline)) inline unsigned pairs_half(__m256i h, __m256i before, __mmask16 hs, __mmask16 ls,
+                                                                    __mmask16 use, rscpUtf8* d) {
   const __m512i u = _mm512_cvtepu16_epi32(h);
-  const __m512i prev = _mm512_cvtepu16_epi32(_mm256_permutexvar_epi16(back, h));
+  const __m512i prev = _mm512_cvtepu16_epi32(before);
   const __m512i k3f = _mm512_set1_epi32(0x3F), k80 = _mm512_set1_epi32(0x80);
   const __m512i lastByte = _mm512_or_si512(k80, _mm512_and_si512(u, k3f));
   const __mmask16 one = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x80));
   const __mmask16 two = _mm512_cmplt_epu32_mask(u, _mm512_set1_epi32(0x800)) & ~one;
-  const __mmask16 sur = hs | ls;
   __m512i bytes = _mm512_or_si512(
       _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xE0), _mm512_srli_epi32(u, 12)),
                       _mm512_slli_epi32(_mm512_or_si512(k80, _mm512_and_si512(_mm512_srli_epi32(u, 6), k3f)), 8)),
@@ -138,8 +127,6 @@ NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d) {
   bytes = _mm512_mask_mov_epi32(
       bytes, two, _mm512_or_si512(_mm512_or_si512(_mm512_set1_epi32(0xC0), _mm512_srli_epi32(u, 6)), _mm512_slli_epi32(lastByte, 8)));
   bytes = _mm512_mask_mov_epi32(bytes, one, u);
-  // Pair halves: the high one gives the first two bytes, the low one the
-  // last two (with two bits of the high one).
   const __m512i chi = _mm512_add_epi32(_mm512_and_si512(u, _mm512_set1_epi32(0x3FF)), _mm512_set1_epi32(0x40));
   bytes = _mm512_mask_mov_epi32(
       bytes, hs,
@@ -152,14 +139,56 @@ NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, rscpUtf8*& d) {
                       _mm512_slli_epi32(lastByte, 8)));
   // Bytes per lane: 1, 2 (two-byte forms and pair halves) or 3; 0 when unused.
   __m512i len = _mm512_set1_epi32(0x03030303);
-  len = _mm512_mask_mov_epi32(len, two | sur, _mm512_set1_epi32(0x02020202));
+  len = _mm512_mask_mov_epi32(len, two | hs | ls, _mm512_set1_epi32(0x02020202));
   len = _mm512_mask_mov_epi32(len, one, _mm512_set1_epi32(0x01010101));
   len = _mm512_maskz_mov_epi32(use, len);
   const uint64_t keep = _mm512_cmplt_epu8_mask(_mm512_set1_epi32(0x03020100), len);
   _mm512_storeu_si512(d, _mm512_maskz_compress_epi8(keep, bytes));
-  d += __builtin_popcountll(keep);
+  return static_cast<unsigned>(__builtin_popcountll(keep));
+}
+
+// One step over thirty-two units (128 bytes of room): returns the units
+// taken, 0 at a lone surrogate in front.
+NUV_VBMI2 __attribute__((always_inline)) inline unsigned pairs_step(const NUV_UTF16*& s, rscpUtf8*& d) {
+  alignas(64) static constexpr uint16_t kBack[32] = {0,  0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14,
+                                                     15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30};
+  const __m512i h = _mm512_loadu_si512(s);
+  const __m512i top6 = _mm512_and_si512(h, _mm512_set1_epi16(static_cast<short>(0xFC00)));
+  const uint32_t hs = _mm512_cmpeq_epi16_mask(top6, _mm512_set1_epi16(static_cast<short>(0xD800)));
+  const uint32_t ls = _mm512_cmpeq_epi16_mask(top6, _mm512_set1_epi16(static_cast<short>(0xDC00)));
+  unsigned lanes;
+  if ((hs << 1) == ls) {
+    lanes = hs >> 31 ? 31 : 32;  // a pair across the end waits for the next step
+  } else {
+    lanes = static_cast<unsigned>(__builtin_ctz(hs | ls));  // plain units before a lone surrogate
+    if (lanes == 0) return 0;
+  }
+  const uint32_t use = lanes == 32 ? ~0u : (1u << lanes) - 1;
+  const __m512i before = _mm512_permutexvar_epi16(_mm512_load_si512(kBack), h);
+  d += pairs_half(_mm512_castsi512_si256(h), _mm512_castsi512_si256(before), static_cast<__mmask16>(hs),
+                  static_cast<__mmask16>(ls), static_cast<__mmask16>(use), d);
+  if (lanes > 16)
+    d += pairs_half(_mm512_extracti64x4_epi64(h, 1), _mm512_extracti64x4_epi64(before, 1), static_cast<__mmask16>(hs >> 16),
+                    static_cast<__mmask16>(ls >> 16), static_cast<__mmask16>(use >> 16), d);
   s += lanes;
   return lanes;
+}
+
+}  // namespace
+
+// Steps while the text holds surrogates; returns the units taken (0 at a
+// lone surrogate in front).
+NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* se, rscpUtf8*& d, rscpUtf8* de) {
+  const NUV_UTF16* start = s;
+  while (se - s >= 32 && de - d >= 128) {
+    if (!pairs_step(s, d)) break;
+    if (se - s < 16) break;
+    const __m256i next = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    const __mmask16 sur = _mm256_cmpeq_epi16_mask(_mm256_and_si256(next, _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                                  _mm256_set1_epi16(static_cast<short>(0xD800)));
+    if (!sur) break;  // the table steps are quicker without surrogates
+  }
+  return static_cast<unsigned>(s - start);
 }
 
 const UtfKernels kUtfAvx512{"avx512", utf8_to_utf16_avx512, utf16_to_utf8_avx2_pairs512};
