@@ -98,16 +98,6 @@ std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst,
   return i;
 }
 
-// One unit's UTF-8 bytes in the low bytes of a word, chosen without
-// branches so that mixed text does not mispredict.
-inline std::uint32_t packed_utf8(unsigned u, unsigned* len) {
-  const unsigned two = u >= 0x80, three = u >= 0x800;
-  *len = 1 + two + three;
-  const std::uint32_t b2 = (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
-  const std::uint32_t b3 = (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
-  return three ? b3 : two ? b2 : u;
-}
-
 // ASCII runs go sixteen units at a time (one mask test, one pack, one store);
 // other blocks go unit by unit with a four-byte store per unit while there
 // are at least four bytes of room, and the exact scalar steps after that.

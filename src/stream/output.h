@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "nuvu16.h"
 
@@ -12,6 +13,16 @@ namespace nuv {
 
 // A unit in D800..DFFF, tested the way the writers always have.
 inline bool is_surrogate_unit(unsigned u) { return ((u + 0x2800u) & 0xFFFFu) <= 0x7FFu; }
+
+// One unit's UTF-8 bytes in the low bytes of a word, chosen without
+// branches so that mixed text does not mispredict.
+inline std::uint32_t packed_utf8(unsigned u, unsigned* len) {
+  const unsigned two = u >= 0x80, three = u >= 0x800;
+  *len = 1 + two + three;
+  const std::uint32_t b2 = (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
+  const std::uint32_t b3 = (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
+  return three ? b3 : two ? b2 : u;
+}
 
 // Encodes units of src[0..n) into dst while each whole unit fits in cap
 // bytes, stopping before the first surrogate (*hit_surrogate set).  Returns

@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include <cstdint>
+#include <cstring>
 
 #include "stream/output.h"
 
@@ -180,6 +181,26 @@ std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst
       i += 8;
     }
   }
+  // The last few units of a call: one four-byte store each while room lasts.
+  *hit_surrogate = false;
+  for (; i < n && cap - o >= 4; ++i) {
+    std::uint16_t u;
+    std::memcpy(&u, src + i, sizeof u);
+    if (is_surrogate_unit(u)) {
+      *hit_surrogate = true;
+      *bytes = o;
+      return i;
+    }
+    unsigned len;
+    const std::uint32_t w = packed_utf8(u, &len);
+    std::memcpy(dst + o, &w, 4);
+    o += len;
+  }
+  if (i == n) {
+    *bytes = o;
+    return i;
+  }
+  // The end of the stream buffer: the exact steps.
   std::size_t tail_bytes;
   const std::size_t k = encode_units_fit_sse2(src + i, n - i, dst + o, cap - o, &tail_bytes, hit_surrogate);
   *bytes = o + tail_bytes;
