@@ -61,6 +61,9 @@ int OutputStream_writeNullTermination(OutputStream* s, int error, int strict) {
 
 namespace nuv {
 
+// Chosen when the library is loaded; false (SSE2) until then.
+const bool g_literal_avx2 = cpu_has_avx2();
+
 // May read past the terminator inside its aligned block.
 NUV_NO_ASAN inline __m128i directive_hits(const NUV_UTF16* q, __m128i pct, __m128i zero) {
   const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(q));
@@ -79,8 +82,7 @@ const NUV_UTF16* find_directive(const NUV_UTF16* p) {
     if (u == '%' || u == 0) return p;
   }
   if (reinterpret_cast<std::uintptr_t>(p) & 1) return find_directive_ref(p);
-  static const bool avx2 = cpu_has_avx2();
-  return avx2 ? find_directive_avx2(p) : find_directive_sse2(p);
+  return g_literal_avx2 ? find_directive_avx2(p) : find_directive_sse2(p);
 }
 
 // Whole aligned 16-byte blocks: a block never crosses a page, but it may

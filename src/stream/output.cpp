@@ -137,11 +137,13 @@ std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst
   return i;
 }
 
+// Chosen when the library is loaded; false (SSE2) until then.
+const bool g_encode_avx2 = cpu_has_avx2();
+
 std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
                              bool* hit_surrogate) {
-  static const bool avx2 = cpu_has_avx2();
-  return avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
-              : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
+  return g_encode_avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
+                       : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
 }
 
 std::size_t fwrite_units_ref(const NUV_UTF16* units, std::size_t size, std::size_t count, FILE* stream,
