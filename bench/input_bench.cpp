@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "nuvu16.h"
+#include "stream/utf8_decode.h"
 
 namespace {
 
@@ -78,6 +79,18 @@ void fgets_ours(benchmark::State& st) {
   });
 }
 
+// The narrower block paths, for CPUs without AVX-512 VBMI2.
+void fgets_ours_kernel(benchmark::State& st, int kernel) {
+  if (!nuv::use_fgets_kernel_for_tests(kernel)) {
+    st.SkipWithError("block path not available on this CPU");
+    return;
+  }
+  fgets_ours(st);
+  nuv::use_fgets_kernel_for_tests(-1);
+}
+void fgets_ours_ssse3(benchmark::State& st) { fgets_ours_kernel(st, 1); }
+void fgets_ours_sse2(benchmark::State& st) { fgets_ours_kernel(st, 0); }
+
 void fgets_glibc_fgetws(benchmark::State& st) {
   std::setlocale(LC_ALL, "C.UTF-8");
   read_file(st, [](const char* path) {
@@ -115,6 +128,8 @@ void fgets_glibc_bytes(benchmark::State& st) {
 
 // Argument 0: the mixed file, 1: the ASCII file.
 BENCHMARK(fgets_ours)->Name("fgets/ours")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(fgets_ours_ssse3)->Name("fgets/ours_ssse3")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(fgets_ours_sse2)->Name("fgets/ours_sse2")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_glibc_fgetws)->Name("fgets/glibc_fgetws")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_icu)->Name("fgets/icu")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_glibc_bytes)->Name("fgets/glibc_bytes")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

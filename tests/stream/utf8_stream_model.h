@@ -125,12 +125,15 @@ inline std::vector<uint8_t> random_stream(uint32_t seed, size_t pieces, int bad_
 
 // Mostly ASCII with two-byte characters, newlines and now and then a broken
 // two-byte sequence or a stray continuation byte: the block decoder's diet.
-inline std::vector<uint8_t> latin_stream(uint32_t seed, size_t pieces) {
+// rare_scale stretches the odds of everything but plain ASCII (1: as below,
+// 100: long runs of ASCII between them).
+inline std::vector<uint8_t> latin_stream(uint32_t seed, size_t pieces, uint32_t rare_scale = 1) {
   std::mt19937 rng(seed);
   auto pick = [&](uint32_t lo, uint32_t hi) { return std::uniform_int_distribution<uint32_t>(lo, hi)(rng); };
   std::vector<uint8_t> o;
   for (size_t k = 0; k < pieces; ++k) {
-    uint32_t r = pick(0, 999);
+    uint32_t r = pick(0, 1000 * rare_scale - 1);
+    if (r >= 1000) r = 999;
     if (r < 15) o.push_back('\n');
     else if (r < 200) put_utf8(o, pick(0x80, 0x7FF));
     else if (r < 203) o.push_back(static_cast<uint8_t>(pick(0x80, 0xBF)));
