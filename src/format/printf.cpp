@@ -123,10 +123,10 @@ NUV_API int snprintf_sU16(NUV_UTF16* buffer, size_t n, const NUV_UTF16* format, 
 }
 
 NUV_API int vsprintf_sRFB(char* s, size_t n, const char* format, va_list args) {
-  if (n == 0) return -1;
+  if (n == 0 || !s || !format) return -1;
   const int r = std::vsnprintf(s, n, format, args);
-  if (r >= 0 && static_cast<size_t>(r) < n && s && s[r] == 0) return r;
-  if (s) s[n - 1] = 0;
+  if (r >= 0 && static_cast<size_t>(r) < n && s[r] == 0) return r;
+  s[n - 1] = 0;
   return -1;
 }
 
@@ -140,9 +140,10 @@ NUV_API int sprintf_sRFB(char* s, size_t n, const char* format, ...) {
 
 NUV_API int vsnprintf_sRFB(char* s, size_t n, const char* format, va_list args) {
   if (n == 0) return 0;
+  if (!s || !format) return -1;  // the C library would write through the null pointer
   const int r = std::vsnprintf(s, n, format, args);
   if (r >= 0 && static_cast<size_t>(r) < n) return r;
-  if (s) s[n - 1] = 0;
+  s[n - 1] = 0;
   return static_cast<int>(n);
 }
 

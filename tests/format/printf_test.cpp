@@ -191,6 +191,8 @@ TEST(Printf, NarrowBoundedForms) {
   EXPECT_STREQ(s, "12-ab");
   EXPECT_EQ(snprintf_sRFB(s, 8, "%d", 1234567), 7);
   EXPECT_EQ(sprintf_sRFB(s, 8, "%d", 1234567), 7);
+  EXPECT_EQ(sprintf_sRFB(nullptr, 8, "x"), -1);
+  EXPECT_EQ(snprintf_sRFB(nullptr, 8, "x"), -1);
 }
 
 TEST(Printf, ForwardsAreTheSameFunctions) {
