@@ -1,6 +1,6 @@
 // AVX2 kernels of the checking UTF-8 <-> UTF-16 converters (chosen at run
-// time).  Runs of ASCII go 32 bytes at a time; mixed runs of one-, two- and
-// three-byte characters go through shuffle tables built at compile time.
+// time).  Runs of ASCII go 64 at a time; mixed text goes through shuffle
+// tables built at compile time.
 #include <immintrin.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 // Blocks of 64 bytes are checked with bit masks, independently of the walk
 // (a few bits carry over to the next block): structure of every sequence,
 // overlong forms, the range of four-byte forms.  A walk then converts the
-// characters proved valid, two blocks ahead of the check.  Bit i of the end
+// characters proved valid, one block behind the check.  Bit i of the end
 // mask is set when a character ends at byte i.  A window of 12 bytes goes
 // through a table keyed by its end mask: six characters of one or two bytes
 // into 16-bit lanes, or up to four characters of one to four bytes into
