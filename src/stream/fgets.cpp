@@ -111,24 +111,37 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
   const char* const e = in.e;
   NUV_UTF16* o = out;
   while (e - p >= 16 && limit - o >= 16) {
+    // 64 bytes of plain ASCII (perhaps up to a newline) are only widened.  The
+    // test is on 64 bytes so that it is rarely true on text that has a few
+    // non-ASCII characters, and then the branch predicts well either way.
+    if (e - p >= 64 && limit - o >= 64) {
+      const __m128i q0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i q1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+      const __m128i q2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+      const __m128i q3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
+      if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(q0, q1), _mm_or_si128(q2, q3))) == 0) {
+        const __m128i q[4] = {q0, q1, q2, q3};
+        std::uint64_t nl64 = 0;
+        for (int i = 0; i < 4; ++i) {
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16 * i), _mm_unpacklo_epi8(q[i], zero));
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16 * i + 8), _mm_unpackhi_epi8(q[i], zero));
+          nl64 |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(q[i], nl))))
+                  << (16 * i);
+        }
+        if (nl64) {
+          const unsigned k = static_cast<unsigned>(__builtin_ctzll(nl64)) + 1;
+          in.p = const_cast<char*>(p + k);
+          out = o + k;
+          return true;
+        }
+        p += 64;
+        o += 64;
+        continue;
+      }
+    }
     __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     unsigned high = static_cast<unsigned>(_mm_movemask_epi8(v));
     const unsigned newline = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, nl)));
-    if ((high | newline) == 0) {  // plain ASCII: the most common block by far
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
-      p += 16;
-      o += 16;
-      continue;
-    }
-    if (newline && (high & ((2u << __builtin_ctz(newline)) - 1)) == 0) {  // ASCII up to the newline
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 8), _mm_unpackhi_epi8(v, zero));
-      const unsigned k = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
-      in.p = const_cast<char*>(p + k);
-      out = o + k;
-      return true;
-    }
     unsigned conts = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, c0), c80)));
     unsigned lead2 = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, e0), c0)));
     unsigned lead3 = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, f0), e0)));
