@@ -2,6 +2,8 @@
 // scalar base routines, for every kernel this CPU runs: random valid text of
 // every mix, the same text with damage at random places, and buffers that end
 // at every position, with identical results, reports and pointers.
+#include <memory>
+
 #include "conv_support.h"
 #include "convert/utf_simd.h"
 #include "string/scan.h"
@@ -37,27 +39,30 @@ struct Result {
   std::vector<Report> reports;
 };
 
-Result decode(bool fast, const std::string& in, std::size_t room) {
+// Source and destination in heap blocks of exactly their size, so that the
+// address sanitizer sees any read or write past them.
+Result decode(bool fast, const std::string& text, std::size_t room) {
   HookRecorder rec;
-  std::vector<char16_t> out(room);
-  const auto* s = reinterpret_cast<const rscpUtf8*>(in.data());
-  char16_t* d = out.data();
-  const rscpStatus rc = fast ? Utf8nToUtf16nSubst(&s, s + in.size(), &d, out.data() + room, nullptr, nullptr)
-                             : Utf8nToUtf16nBase(&s, s + in.size(), &d, out.data() + room, nullptr, nullptr, 1, 0);
-  out.resize(static_cast<std::size_t>(d - out.data()));
-  return {rc, s - reinterpret_cast<const rscpUtf8*>(in.data()), d - out.data(), out, {}, HookRecorder::reports};
+  const std::unique_ptr<rscpUtf8[]> in(new rscpUtf8[text.size()]);
+  std::memcpy(in.get(), text.data(), text.size());
+  const std::unique_ptr<char16_t[]> out(new char16_t[room]);
+  const rscpUtf8* s = in.get();
+  char16_t* d = out.get();
+  const rscpStatus rc = fast ? Utf8nToUtf16nSubst(&s, s + text.size(), &d, out.get() + room, nullptr, nullptr)
+                             : Utf8nToUtf16nBase(&s, s + text.size(), &d, out.get() + room, nullptr, nullptr, 1, 0);
+  return {rc, s - in.get(), d - out.get(), std::vector<char16_t>(out.get(), d), {}, HookRecorder::reports};
 }
 
-Result encode(bool fast, const std::vector<char16_t>& in, std::size_t room) {
+Result encode(bool fast, const std::vector<char16_t>& units, std::size_t room) {
   HookRecorder rec;
-  std::string out(room, '\0');
-  const char16_t* s = in.data();
-  auto* d = reinterpret_cast<rscpUtf8*>(out.data());
-  auto* de = d + room;
-  const rscpStatus rc = fast ? Utf16nToUtf8n(&s, in.data() + in.size(), &d, de)
-                             : Utf16nToUtf8nBase(&s, in.data() + in.size(), &d, de, rscpReplacementCharacter, 0);
-  out.resize(static_cast<std::size_t>(d - reinterpret_cast<rscpUtf8*>(out.data())));
-  return {rc, s - in.data(), static_cast<std::ptrdiff_t>(out.size()), {}, out, HookRecorder::reports};
+  const std::unique_ptr<char16_t[]> in(new char16_t[units.size()]);
+  std::copy(units.begin(), units.end(), in.get());
+  const std::unique_ptr<rscpUtf8[]> out(new rscpUtf8[room]);
+  const char16_t* s = in.get();
+  rscpUtf8* d = out.get();
+  const rscpStatus rc = fast ? Utf16nToUtf8n(&s, in.get() + units.size(), &d, out.get() + room)
+                             : Utf16nToUtf8nBase(&s, in.get() + units.size(), &d, out.get() + room, rscpReplacementCharacter, 0);
+  return {rc, s - in.get(), d - out.get(), {}, std::string(out.get(), d), HookRecorder::reports};
 }
 
 void expect_same(const Result& a, const Result& b, const std::string& what) {
