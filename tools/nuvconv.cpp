@@ -136,34 +136,34 @@ rscpStatus check_utf16(const Byte** in, const Byte* inEnd, Byte** out, Byte* out
   const U16* se = s + (inEnd - *in) / 2;
   U16* d = reinterpret_cast<U16*>(*out);
   const U16* limit = s + std::min<std::ptrdiff_t>(se - s, (outEnd - *out) / 2);
+  const U16* stop = limit;  // end of what is copied
   rscpStatus rc = 0;
-  const U16* p = s;
   if (g_mode == Mode::Strict) {
-    rscpUtf8 scratch[4096];
-    while (p < limit) {
+    const U16* p = s;
+    for (;;) {  // into a scratch buffer: only where it stops matters
+      rscpUtf8 scratch[4096];
       rscpUtf8* sd = scratch;
       rc = Utf16nToUtf8n(&p, limit, &sd, scratch + sizeof scratch);
       if (rc != rscpeDestOverflow) break;
-      rc = 0;
     }
-  } else {
-    p = limit;
+    stop = p;
   }
-  for (const U16* q = s; q < p; ++q, ++d) {
-    const bool high = *q >= 0xD800 && *q <= 0xDBFF, low = *q >= 0xDC00 && *q <= 0xDFFF;
-    if (g_mode == Mode::Subst && (high || low)) {
-      if (high && q + 1 < p && q[1] >= 0xDC00 && q[1] <= 0xDFFF) {
-        *d++ = *q++;
-        *d = *q;
-        continue;
+  auto is_high = [](U16 u) { return u >= 0xD800 && u <= 0xDBFF; };
+  auto is_low = [](U16 u) { return u >= 0xDC00 && u <= 0xDFFF; };
+  for (const U16* q = s; q < stop;) {
+    U16 u = *q++;
+    if (g_mode == Mode::Subst && (is_high(u) || is_low(u))) {
+      if (is_high(u) && q < stop && is_low(*q)) {
+        *d++ = u;
+        u = *q++;
+      } else {
+        u = static_cast<U16>(g_subst);
       }
-      *d = static_cast<U16>(g_subst);
-      continue;
     }
-    *d = *q;
+    *d++ = u;
   }
-  if (p == limit && limit < se) rc = rscpeDestOverflow;
-  *in = reinterpret_cast<const Byte*>(p);
+  if (rc == 0 && limit < se) rc = rscpeDestOverflow;
+  *in = reinterpret_cast<const Byte*>(stop);
   *out = reinterpret_cast<Byte*>(d);
   return rc;
 }
