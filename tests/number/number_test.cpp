@@ -149,7 +149,7 @@ double ours_value(const char16_t* t, long* end_off = nullptr, int* err = nullptr
   return v;
 }
 
-TEST(Strtod, StatedDifferences) {
+TEST(Strtod, DeliberateDifferences) {
   long end;
   int err;
   // Five exponent digits: overflow decided without calling strtod.
@@ -277,7 +277,7 @@ struct IntCase {
   long end;
 };
 
-TEST(Strtol, StatedCases) {
+TEST(Strtol, EdgeCases) {
   const IntCase cases[] = {
       {u"  -0x1F", 0, -31, 0, 7},
       {u"0x", 0, 0, 0, 1},

@@ -35,7 +35,7 @@ struct FormatCase {
 
 // Formats and the characters their generated inputs are made of.  Letters
 // that would start inf/nan, or an 'x' in a floating field, are left out:
-// those are the stated differences, tested one by one below.
+// those are the deliberate differences, tested one by one below.
 const FormatCase kFormats[] = {
     {"%d", {I32}, "0123456789+- \tabc"},
     {"%d %d", {I32, I32}, "0123456789+- \n"},
@@ -87,7 +87,7 @@ void check_same(const FormatCase& fc, const std::string& input) {
   errno = 0;
   int r1 = sscanfU16(in16.c_str(), fmt16.c_str(), a[0], a[1], a[2], a[3]);
   int r2 = std::sscanf(input.c_str(), fc.format, b[0], b[1], b[2], b[3]);
-  // Stated difference: input that ends right after a sign is the end of the
+  // Deliberate difference: input that ends right after a sign is the end of the
   // input here (-1 when nothing was assigned); glibc calls it a mismatch (0).
   const bool ends_in_sign = !input.empty() && (input.back() == '-' || input.back() == '+');
   if (!(ends_in_sign && r1 == -1 && r2 == 0))
@@ -137,7 +137,7 @@ TEST(Sscanf, AgreesWithGlibcOnGeneratedInputs) {
   }
 }
 
-// ---- stated behaviour, one case each ------------------------------------------
+// ---- edge cases, one each ----------------------------------------------------
 
 TEST(Sscanf, EmptyAndNonMatching) {
   int v = 7;
@@ -215,7 +215,7 @@ TEST(Sscanf, WordsInfinityAndNan) {
   EXPECT_EQ(ld, -2500.0L);
 }
 
-TEST(Sscanf, StatedDifferencesFromGlibc) {
+TEST(Sscanf, DeliberateDifferencesFromGlibc) {
   double d = 0;
   // A leading '+' does not count toward the width, a '-' does.
   EXPECT_EQ(sscanfU16(u"+1234", u"%3lf", &d), 1);

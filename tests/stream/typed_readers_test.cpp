@@ -1,4 +1,4 @@
-// Word, line and number readers: the stated cases, a reference model over
+// Word, line and number readers: edge cases, a reference model over
 // seeded random streams, and the numbers against strtol.
 #include <gtest/gtest.h>
 
