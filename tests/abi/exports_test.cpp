@@ -76,3 +76,25 @@ TEST(Exports, SonameCarriesTheMajorVersion) {
 }
 
 }  // namespace
+
+namespace {
+
+// Run time needs glibc and nothing else (sanitizer runtimes aside).
+TEST(Exports, NeedsOnlyTheCLibrary) {
+  std::string cmd = "readelf -d '" NUV_SHARED_LIB "'";
+  FILE* p = popen(cmd.c_str(), "r");
+  ASSERT_NE(p, nullptr);
+  char line[512];
+  int needed = 0;
+  static const std::regex allowed(R"(\[(libc|libm|libdl|libpthread|ld-linux-x86-64|libasan|libubsan)\.so[.0-9]*\])");
+  while (std::fgets(line, sizeof line, p)) {
+    std::string l(line);
+    if (l.find("(NEEDED)") == std::string::npos) continue;
+    ++needed;
+    EXPECT_TRUE(std::regex_search(l, allowed)) << l;
+  }
+  pclose(p);
+  EXPECT_GT(needed, 0);
+}
+
+}  // namespace
