@@ -281,7 +281,7 @@ struct EncodePattern {
 };
 
 struct EncodeTables {
-  EncodePattern pat[256];  // key: (length - 1) in two bits per unit, 3: no bytes
+  EncodePattern pat[256];  // key: units of two bytes (low four bits), of three (high four); both: none
 };
 
 constexpr EncodeTables make_encode_tables() {
@@ -291,7 +291,7 @@ constexpr EncodeTables make_encode_tables() {
     for (auto& b : p.shuf) b = 0x80;
     unsigned n = 0;
     for (unsigned j = 0; j < 4; ++j) {
-      const unsigned len = (key >> (2 * j) & 3) + 1;  // 4: the lane is skipped
+      const unsigned len = (key >> j & 1) + 2 * (key >> (4 + j) & 1) + 1;  // 4: the lane is skipped
       for (unsigned b = 0; b < len && len <= 3; ++b) p.shuf[n++] = static_cast<uint8_t>(4 * j + b);
     }
     p.len = static_cast<uint8_t>(n);
@@ -325,10 +325,6 @@ constexpr NarrowTables make_narrow_tables() {
 }
 
 constexpr NarrowTables kNarrow = make_narrow_tables();
-
-// Four bits spread to the even bit positions of a byte.
-constexpr uint8_t kSpread[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
-                                 0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
 
 // Three-byte forms of the units in 32-bit lanes (lead byte lowest).
 inline __m256i three_byte_forms(__m256i u) {
@@ -395,8 +391,8 @@ __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*&
       const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
       const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
       const unsigned twoBytes = upto2 & ~one, threeBytes = ~upto2 & 0xFF;
-      const EncodePattern& p0 = kEncode.pat[kSpread[twoBytes & 0xF] | kSpread[threeBytes & 0xF] << 1];
-      const EncodePattern& p1 = kEncode.pat[kSpread[twoBytes >> 4] | kSpread[threeBytes >> 4] << 1];
+      const EncodePattern& p0 = kEncode.pat[(twoBytes & 0xF) | (threeBytes & 0xF) << 4];
+      const EncodePattern& p1 = kEncode.pat[(twoBytes >> 4 & 0xF) | (threeBytes >> 4) << 4];
       const __m256i shuf = _mm256_inserti128_si256(
           _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
           _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
@@ -506,10 +502,10 @@ void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, r
     const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
     const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
     const unsigned surr = hsm | lsm, skip = crossing ? 0x80u : 0u;
-    // length - 1 per unit in two bits: 0 (one byte), 1 (two), 2 (three), 3 (skipped)
+    // units of two bytes, of three; a unit in both is skipped
     const unsigned twoBytes = (upto2 & ~one) | surr | skip, threeBytes = (~upto2 & ~surr & 0xFF) | skip;
-    const unsigned k0 = kSpread[twoBytes & 0xF] | kSpread[threeBytes & 0xF] << 1;
-    const unsigned k1 = kSpread[twoBytes >> 4] | kSpread[threeBytes >> 4] << 1;
+    const unsigned k0 = (twoBytes & 0xF) | (threeBytes & 0xF) << 4;
+    const unsigned k1 = (twoBytes >> 4 & 0xF) | (threeBytes >> 4) << 4;
     const EncodePattern& p0 = kEncode.pat[k0];
     const EncodePattern& p1 = kEncode.pat[k1];
     const __m256i shuf = _mm256_inserti128_si256(
