@@ -152,7 +152,8 @@ __attribute__((always_inline)) inline rscpStatus decode_utf8(const rscpUtf8** sr
       // two-byte offset wraps far beyond any target, so the range test fails
       // too, with the source one byte before the lead (the pointer the old
       // decoder was left with after being set back).
-      return stop(s - 1, rscpeIllegal, S.beyond);
+      // (Through an integer: the byte before may lie before the caller's buffer.)
+      return stop(reinterpret_cast<const rscpUtf8*>(reinterpret_cast<std::uintptr_t>(s) - 1), rscpeIllegal, S.beyond);
     }
     uint32_t v = b;
     unsigned andMask = 0x80, orMask = 0xBF;
