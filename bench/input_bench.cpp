@@ -88,6 +88,7 @@ void fgets_ours_kernel(benchmark::State& st, int kernel) {
   fgets_ours(st);
   nuv::use_fgets_kernel_for_tests(-1);
 }
+void fgets_ours_avx2(benchmark::State& st) { fgets_ours_kernel(st, 3); }
 void fgets_ours_ssse3(benchmark::State& st) { fgets_ours_kernel(st, 1); }
 void fgets_ours_sse2(benchmark::State& st) { fgets_ours_kernel(st, 0); }
 
@@ -128,6 +129,7 @@ void fgets_glibc_bytes(benchmark::State& st) {
 
 // Argument 0: the mixed file, 1: the ASCII file.
 BENCHMARK(fgets_ours)->Name("fgets/ours")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(fgets_ours_avx2)->Name("fgets/ours_avx2")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_ours_ssse3)->Name("fgets/ours_ssse3")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_ours_sse2)->Name("fgets/ours_sse2")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(fgets_glibc_fgetws)->Name("fgets/glibc_fgetws")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

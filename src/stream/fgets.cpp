@@ -213,6 +213,122 @@ __attribute__((target("ssse3,popcnt"))) bool fast_run_ssse3(nuv::CachedBytes& in
   return false;
 }
 
+#define NUV_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt"), always_inline)) inline
+NUV_AVX2 void avx2_widen_store(NUV_UTF16* o, __m128i bytes, int at) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + at), _mm256_cvtepu8_epi16(bytes));
+}
+NUV_AVX2 void avx2_pack_store(NUV_UTF16*& o, __m128i lanes, unsigned k) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(o),
+                   _mm_shuffle_epi8(lanes, _mm_load_si128(reinterpret_cast<const __m128i*>(kPack.shuffle[k]))));
+  o += __builtin_popcount(k);
+}
+NUV_AVX2 std::uint32_t avx2_mask(__m256i m) { return static_cast<std::uint32_t>(_mm256_movemask_epi8(m)); }
+#undef NUV_AVX2
+
+// With AVX2: the SSSE3 decoding 32 bytes at a time; the packing still goes
+// by 8-lane pieces through the pshufb table.
+__attribute__((target("avx2,bmi,bmi2,popcnt"))) bool fast_run_avx2(nuv::CachedBytes& in, NUV_UTF16*& out,
+                                                                    NUV_UTF16* limit) {
+  const __m256i nl = _mm256_set1_epi8('\n');
+  const __m256i c0 = _mm256_set1_epi8(static_cast<char>(0xC0));
+  const __m256i c80 = _mm256_set1_epi8(static_cast<char>(0x80));
+  const __m256i e0 = _mm256_set1_epi8(static_cast<char>(0xE0));
+  const __m256i f0 = _mm256_set1_epi8(static_cast<char>(0xF0));
+  const __m256i fe = _mm256_set1_epi8(static_cast<char>(0xFE));
+  const __m256i w1f = _mm256_set1_epi16(0x1F), w3f = _mm256_set1_epi16(0x3F), we0 = _mm256_set1_epi16(0xE0),
+                wc0 = _mm256_set1_epi16(0xC0), wf0 = _mm256_set1_epi16(0xF0);
+  const char* p = in.p;
+  const char* const e = in.e;
+  NUV_UTF16* o = out;
+  // p + 1 and p + 2 are loaded too, so 34 bytes must be there.
+  while (e - p >= 34 && limit - o >= 32) {
+    // 64 bytes of plain ASCII (perhaps up to a newline) are only widened; see
+    // the SSSE3 path for why the test is on 64 bytes.
+    if (e - p >= 64 && limit - o >= 64) {
+      const __m256i y0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+      const __m256i y1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+      if (_mm256_movemask_epi8(_mm256_or_si256(y0, y1)) == 0) {
+        avx2_widen_store(o, _mm256_castsi256_si128(y0), 0);
+        avx2_widen_store(o, _mm256_extracti128_si256(y0, 1), 16);
+        avx2_widen_store(o, _mm256_castsi256_si128(y1), 32);
+        avx2_widen_store(o, _mm256_extracti128_si256(y1, 1), 48);
+        const std::uint64_t nl64 =
+            static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(y0, nl))) |
+            static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(y1, nl))))
+                << 32;
+        if (nl64) {
+          const unsigned k = static_cast<unsigned>(__builtin_ctzll(nl64)) + 1;
+          in.p = const_cast<char*>(p + k);
+          out = o + k;
+          return true;
+        }
+        p += 64;
+        o += 64;
+        continue;
+      }
+    }
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const std::uint32_t newline = avx2_mask(_mm256_cmpeq_epi8(v, nl));
+    std::uint32_t high = avx2_mask(v);
+    std::uint32_t conts = avx2_mask(_mm256_cmpeq_epi8(_mm256_and_si256(v, c0), c80));
+    std::uint32_t lead2 = avx2_mask(_mm256_cmpeq_epi8(_mm256_and_si256(v, e0), c0));
+    std::uint32_t lead3 = avx2_mask(_mm256_cmpeq_epi8(_mm256_and_si256(v, f0), e0));
+    unsigned take;
+    std::uint32_t span;
+    if (newline) {
+      take = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
+      span = take == 32 ? 0xFFFFFFFFu : (1u << take) - 1;
+    } else {
+      const std::uint32_t cut = (lead2 & 0x80000000u) | (lead3 & 0xC0000000u);
+      take = cut ? static_cast<unsigned>(__builtin_ctz(cut)) : 32;
+      span = take == 32 ? 0xFFFFFFFFu : (1u << take) - 1;
+    }
+    high &= span;
+    conts &= span;
+    lead2 &= span;
+    lead3 &= span;
+    const std::uint32_t overlong = avx2_mask(_mm256_cmpeq_epi8(_mm256_and_si256(v, fe), c0)) |
+                                   ((avx2_mask(_mm256_cmpeq_epi8(v, e0)) << 1) &
+                                    avx2_mask(_mm256_cmpeq_epi8(_mm256_and_si256(v, e0), c80)));
+    if ((high & ~(conts | lead2 | lead3)) == 0 && (overlong & span) == 0 &&
+        conts == ((lead2 << 1) | (lead3 << 1) | (lead3 << 2))) {
+      __m256i r[2];
+      for (int h = 0; h < 2; ++h) {
+        const __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * h)));
+        const __m256i b = _mm256_and_si256(
+            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * h + 1))), w3f);
+        const __m256i c = _mm256_and_si256(
+            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * h + 2))), w3f);
+        const __m256i t2 = _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(a, w1f), 6), b);
+        const __m256i t3 = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(a, 12), _mm256_slli_epi16(b, 6)), c);
+        const __m256i is2 = _mm256_cmpeq_epi16(_mm256_and_si256(a, we0), wc0);
+        const __m256i is3 = _mm256_cmpeq_epi16(_mm256_and_si256(a, wf0), we0);
+        r[h] = _mm256_blendv_epi8(_mm256_blendv_epi8(a, t2, is2), t3, is3);
+      }
+      const std::uint32_t keep = ~conts & span;
+      avx2_pack_store(o, _mm256_castsi256_si128(r[0]), keep & 0xFF);
+      avx2_pack_store(o, _mm256_extracti128_si256(r[0], 1), (keep >> 8) & 0xFF);
+      avx2_pack_store(o, _mm256_castsi256_si128(r[1]), (keep >> 16) & 0xFF);
+      avx2_pack_store(o, _mm256_extracti128_si256(r[1], 1), keep >> 24);
+      p += take;
+      if (newline) {
+        in.p = const_cast<char*>(p);
+        out = o;
+        return true;
+      }
+      continue;
+    }
+    // Something else in the block: the ASCII in front of it, then one
+    // character the plain way.
+    avx2_widen_store(o, _mm256_castsi256_si128(v), 0);
+    avx2_widen_store(o, _mm256_extracti128_si256(v, 1), 16);
+    if (!step_at_stop(p, e, o, avx2_mask(v) | newline)) break;
+  }
+  in.p = const_cast<char*>(p);
+  out = o;
+  return false;
+}
+
 // With AVX-512 (BW and VBMI2): the same decoding 32 bytes at a time, with
 // every block through it (no branch on whether a block is ASCII) and the
 // characters packed by one compress.
@@ -314,6 +430,12 @@ bool has_avx512_kernel() {
          __builtin_cpu_supports("avx512vbmi2");
 }
 
+bool has_avx2_kernel() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+         __builtin_cpu_supports("popcnt");
+}
+
 bool has_ssse3_kernel() {
   __builtin_cpu_init();
   return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
@@ -321,6 +443,7 @@ bool has_ssse3_kernel() {
 
 FastRun choose_fast_run() {
   if (has_avx512_kernel()) return fast_run_avx512;
+  if (has_avx2_kernel()) return fast_run_avx2;
   return has_ssse3_kernel() ? fast_run_ssse3 : fast_run_sse2;
 }
 
@@ -349,6 +472,10 @@ bool use_fgets_kernel_for_tests(int kernel) {
     case 2:
       if (!has_avx512_kernel()) return false;
       g_fast_run.store(fast_run_avx512, std::memory_order_relaxed);
+      return true;
+    case 3:
+      if (!has_avx2_kernel()) return false;
+      g_fast_run.store(fast_run_avx2, std::memory_order_relaxed);
       return true;
     default: g_fast_run.store(nullptr, std::memory_order_relaxed); return true;
   }

@@ -145,8 +145,8 @@ struct FgetcThrottle {
   std::int64_t last_error;   // last_fgetcU_error, seconds
 };
 FgetcThrottle fgetc_throttle_state();
-// Test hook: 0 SSE2, 1 SSSE3, 2 AVX-512 block path for fgetsU16, anything
-// else the automatic choice; false when the CPU lacks it.
+// Test hook: 0 SSE2, 1 SSSE3, 2 AVX-512, 3 AVX2 block path for fgetsU16,
+// anything else the automatic choice; false when the CPU lacks it.
 bool use_fgets_kernel_for_tests(int kernel);
 void set_fgetc_throttle_state(FgetcThrottle s);
 
