@@ -27,11 +27,63 @@ static int trace_to_stdout(const char *text, int length) {
   return printf("  trace| %.*s\n", length, text);
 }
 
+/* Reads the UTF-8 sample as UTF-16 lines, upper-cases them through the
+ * ICU-bound case mapping, writes them back as UTF-8 with fprintfU16 and
+ * parses numbers with sscanfU16 and strtodU16. */
+static int read_and_report(const char *dir) {
+  char path[4096];
+  NUV_UTF16 line[256], fmt[64], spec[64], name[32], *end;
+  FILE *in, *out;
+  int lines = 0, letters = 0, qty = 0;
+  long units = 0;
+  double price = 0;
+
+  snprintf(path, sizeof path, "%s/greetings-utf8.txt", dir);
+  in = fopen(path, "r");
+  if (!in) {
+    perror(path);
+    return 1;
+  }
+  out = stdout;
+  printf("\nThe greetings sample read as UTF-16, upper-cased, written back as UTF-8:\n");
+  from_ascii(fmt, "  %2d %4d| %s");
+  while (fgetsU16(line, 256, in)) {
+    NUV_UTF16 *p;
+    ++lines;
+    units += strlenU(line);
+    for (p = line; *p; ++p) letters += isalphaU(*p) != 0;
+    if (lines == 1) continue; /* the title */
+    strtoupperU16(line);
+    fprintfU16(out, fmt, lines, (int)strlenU(line), line);
+    for (p = line; *p; ++p)
+      if (*p >= 0xD800 && *p <= 0xDFFF) {
+        /* The block writer never pairs surrogates: from the first one on,
+         * the rest of that write comes out as "#". */
+        printf("\n       (surrogates: the rest of that write became \"#\")\n");
+        break;
+      }
+  }
+  fclose(in);
+  from_ascii(fmt, "  %d lines, %ld UTF-16 units, %d letters\n");
+  printfU16(fmt, lines, units, letters);
+
+  from_ascii(spec, "item=widget qty=12 price=3.50");
+  from_ascii(fmt, "item=%31s qty=%d price=%lf");
+  if (sscanfU16(spec, fmt, name, &qty, &price) == 3) {
+    from_ascii(fmt, "  sscanfU16: %s x %d at %.2f = %08.3f\n");
+    printfU16(fmt, name, qty, price, qty * price);
+  }
+  from_ascii(spec, "  6.02214076e23 mol");
+  price = strtodU16(spec, &end);
+  from_ascii(fmt, "  strtodU16: %g, stopped at \"%s\"\n");
+  printfU16(fmt, price, end);
+  fflush(stdout);
+  return 0;
+}
+
 int main(int argc, char **argv) {
   NUV_UTF16 text[64], word[16], copy[8], tokens[64];
   NUV_UTF16 *tok, *saved = NULL;
-  (void)argc;
-  (void)argv;
 
   from_ascii(text, "Stra");
   text[4] = 0x00DF; /* sharp s */
@@ -60,5 +112,7 @@ int main(int argc, char **argv) {
   u16_set_trace(trace_to_stdout, U16_TRACE_LOW);
   u16_array_short("MAX_PATH_LN", "fopenU16", "pathC", "examples/tour", __LINE__);
   u16_rawDump("libnuvucum dump\n", 16);
-  return 0;
+  u16_set_trace(NULL, U16_TRACE_MEDIUM);
+
+  return argc > 1 ? read_and_report(argv[1]) : 0;
 }
