@@ -6,9 +6,8 @@
 
 #include <cstdint>
 
+#include "convert/utf16_bmp_avx512.h"
 #include "convert/utf_simd.h"
-
-#define NUV_VBMI2 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,avx2,bmi,bmi2,lzcnt,popcnt")))
 
 namespace nuv::rscp {
 
@@ -191,6 +190,39 @@ NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* s
   return static_cast<unsigned>(s - start);
 }
 
-const UtfKernels kUtfAvx512{"avx512", utf8_to_utf16_avx512, utf16_to_utf8_avx2_pairs512};
+NUV_VBMI2 void utf16_bmp_to_utf8_avx512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const NUV_UTF16* s = *sp;
+  rscpUtf8* d = *dp;
+  const BmpConsts c;
+  while (s < se) {
+    // Large blocks stream from memory; fetch ahead across page boundaries,
+    // where the hardware prefetcher stops.
+    _mm_prefetch(reinterpret_cast<const char*>(s) + 1024, _MM_HINT_T0);
+    const std::size_t left = static_cast<std::size_t>(se - s);
+    const uint32_t avail = left >= 32 ? ~0u : _bzhi_u32(~0u, static_cast<unsigned>(left));
+    const BmpStep st = bmp_step(c, _mm512_maskz_loadu_epi16(avail, s), ~avail, d, static_cast<std::size_t>(de - d));
+    s += st.units, d += st.bytes;
+    if (st.units < 32) break;
+  }
+  *sp = s, *dp = d;
+}
+
+namespace {
+
+// Runs without surrogates through the step above, runs with pairs through
+// the pair steps; a lone surrogate or a short end is left to the scalar code.
+NUV_VBMI2 void utf16_to_utf8_avx512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const NUV_UTF16* s = *sp;
+  rscpUtf8* d = *dp;
+  for (;;) {
+    utf16_bmp_to_utf8_avx512(&s, se, &d, de);
+    if (s == se || !encode_pairs16_avx512(s, se, d, de)) break;
+  }
+  *sp = s, *dp = d;
+}
+
+}  // namespace
+
+const UtfKernels kUtfAvx512{"avx512", utf8_to_utf16_avx512, utf16_to_utf8_avx512};
 
 }  // namespace nuv::rscp

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/nuv_internal.h"
+#include "convert/utf_simd.h"
 #include "string/scan.h"
 
 namespace {
@@ -139,9 +140,13 @@ std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst
 
 // Chosen when the library is loaded; false (SSE2) until then.
 const bool g_encode_avx2 = cpu_has_avx2();
+const bool g_encode_avx512 = rscp::cpu_has_avx512_vbmi2();
+
+bool encode_uses_avx512() { return g_encode_avx512; }
 
 std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
                              bool* hit_surrogate) {
+  if (g_encode_avx512) return encode_units_fit_avx512(src, n, dst, cap, bytes, hit_surrogate);
   return g_encode_avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
                        : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
 }
@@ -281,11 +286,25 @@ namespace {
 
 // Text written as one block; the byte count, or -1 on a failed write.
 long put_text_unlocked(const NUV_UTF16* text, FILE* stream) {
+  std::uint64_t done = 0;
+  if (nuv::g_encode_avx512) {
+    // Lines usually fit the buffer whole: encode up to the terminator in one
+    // pass, and leave only what stopped it (a surrogate, a full buffer) to
+    // the block writer.
+    const std::size_t room = room_of(stream);
+    if (room) {
+      std::size_t nb;
+      text += nuv::encode_text_fit_avx512(text, stream->_IO_write_ptr, room, &nb);
+      stream->_IO_write_ptr += nb;
+      done = nb;
+      if (nuv::unit_at(text) == 0) return static_cast<long>(done);
+    }
+  }
   std::uint64_t bytes = 0;
   const size_t len = static_cast<size_t>(strlenU16(text));
-  if (len == 0) return 0;
+  if (len == 0) return static_cast<long>(done);
   if (fwrite_unlockedU16(text, len, 1, stream, &bytes, 1) == static_cast<size_t>(-1)) return -1;
-  return static_cast<long>(bytes);
+  return static_cast<long>(done + bytes);
 }
 
 }  // namespace

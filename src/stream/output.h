@@ -35,8 +35,19 @@ std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst
                                   std::size_t* bytes, bool* hit_surrogate);
 std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
                                   std::size_t* bytes, bool* hit_surrogate);
+// Chosen over the others when the CPU has AVX-512 with VBMI2.
+std::size_t encode_units_fit_avx512(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
+                                    std::size_t* bytes, bool* hit_surrogate);
 std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
                                  std::size_t* bytes, bool* hit_surrogate);
+
+// The units of the terminated text src, encoded as encode_units_fit does,
+// up to the terminator (AVX-512 with VBMI2 only).  Returns the units
+// consumed: it stops at the terminator, before a surrogate, before a unit
+// that does not fit, and possibly before a unit that crosses a page end.
+std::size_t encode_text_fit_avx512(const NUV_UTF16* src, char* dst, std::size_t cap, std::size_t* bytes);
+// Whether the AVX-512 kernels are in use (chosen when the library is loaded).
+bool encode_uses_avx512();
 
 // fwrite_unlockedU16 done byte by byte through the putc_unlocked path; the
 // same results, counts and partial bytes on failure.

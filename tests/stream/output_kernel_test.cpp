@@ -1,0 +1,247 @@
+// The AVX-512 kernels of the block writer held against the scalar reference:
+// every source alignment, exact-size buffers (so the sanitizer sees any read
+// or write outside them), random room sizes, a surrogate at every position,
+// terminated text that ends at a page the process cannot read, and fputsU16
+// (which encodes up to the terminator in one pass) against the reference
+// writer, also on streams that fail part-way.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "nuvu16.h"
+#include "stream/output.h"
+
+namespace {
+
+// Units of every encoded length and at every boundary, NUL included.
+char16_t random_unit(std::mt19937& rng, bool surrogates) {
+  static const char16_t kEdges[] = {0x0000, 0x0001, 0x007F, 0x0080, 0x00FF, 0x07FF, 0x0800,
+                                    0x0FFF, 0x1000, 0xD7FF, 0xE000, 0xFFFE, 0xFFFF};
+  const unsigned k = rng() % 100;
+  if (k < 10) return kEdges[rng() % std::size(kEdges)];
+  if (k < 55) return static_cast<char16_t>(0x20 + rng() % 0x5F);
+  if (k < 70) return static_cast<char16_t>(0x80 + rng() % 0x780);
+  if (k < 97 || !surrogates) return static_cast<char16_t>(0xE000 + rng() % 0x2000);
+  return static_cast<char16_t>(0xD800 + rng() % 0x800);
+}
+
+// Units placed at a byte offset in a heap block that ends right after them.
+struct Placed {
+  std::unique_ptr<char[]> block;
+  const NUV_UTF16* units;
+  Placed(const std::u16string& text, std::size_t offset) : block(new char[offset + 2 * text.size()]) {
+    std::memcpy(block.get() + offset, text.data(), 2 * text.size());
+    units = reinterpret_cast<const NUV_UTF16*>(block.get() + offset);
+  }
+};
+
+struct Result {
+  std::size_t units, bytes;
+  bool surrogate;
+  std::string out;
+};
+
+Result run_ref(const NUV_UTF16* src, std::size_t n, std::size_t cap) {
+  std::vector<char> d(cap + 1);
+  Result r{};
+  r.units = nuv::encode_units_fit_ref(src, n, d.data(), cap, &r.bytes, &r.surrogate);
+  r.out.assign(d.data(), r.bytes);
+  return r;
+}
+
+Result run_avx512(const NUV_UTF16* src, std::size_t n, std::size_t cap) {
+  std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
+  Result r{};
+  r.units = nuv::encode_units_fit_avx512(src, n, d.get(), cap, &r.bytes, &r.surrogate);
+  r.out.assign(d.get(), r.bytes);
+  return r;
+}
+
+void expect_same(const Result& got, const Result& want, const std::string& where) {
+  ASSERT_EQ(got.units, want.units) << where;
+  ASSERT_EQ(got.bytes, want.bytes) << where;
+  ASSERT_EQ(got.surrogate, want.surrogate) << where;
+  ASSERT_EQ(got.out, want.out) << where;
+}
+
+class Avx512Kernel : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!nuv::encode_uses_avx512()) GTEST_SKIP() << "no AVX-512 VBMI2 on this CPU";
+  }
+};
+
+TEST_F(Avx512Kernel, MatchesReferenceAtEveryAlignmentAndRoom) {
+  std::mt19937 rng(2024);
+  for (int round = 0; round < 6000; ++round) {
+    const std::size_t n = rng() % 140;
+    std::u16string text;
+    for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, round % 4 == 0));
+    const std::size_t offset = round % 64;  // every byte alignment, odd ones too
+    const Placed p(text, offset);
+    // Rooms below, around and above what the text needs.
+    const std::size_t cap = round % 3 == 0 ? rng() % 16 : round % 3 == 1 ? rng() % 130 : rng() % 450;
+    expect_same(run_avx512(p.units, n, cap), run_ref(p.units, n, cap),
+                "round " + std::to_string(round) + " n " + std::to_string(n) + " cap " + std::to_string(cap));
+  }
+}
+
+TEST_F(Avx512Kernel, StopsBeforeASurrogateAtEveryPosition) {
+  std::mt19937 rng(31);
+  for (std::size_t n = 1; n <= 70; ++n) {
+    for (std::size_t pos = 0; pos < n; ++pos) {
+      std::u16string text;
+      for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, false));
+      text[pos] = static_cast<char16_t>(pos % 2 ? 0xDC00 + pos : 0xDBFF - pos);
+      const Placed p(text, 2 * (pos % 8));
+      for (std::size_t cap : {std::size_t{0}, std::size_t{1}, 3 * pos, 3 * pos + 2, std::size_t{300}}) {
+        const Result got = run_avx512(p.units, n, cap);
+        expect_same(got, run_ref(p.units, n, cap),
+                    "n " + std::to_string(n) + " pos " + std::to_string(pos) + " cap " + std::to_string(cap));
+        if (cap == 300) {
+          ASSERT_EQ(got.units, pos);
+          ASSERT_TRUE(got.surrogate);
+        }
+      }
+    }
+  }
+}
+
+// Terminated text whose terminator is the last unit of a readable page.
+class PageEnd {
+ public:
+  PageEnd() {
+    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    map_ = static_cast<char*>(mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (map_ != MAP_FAILED) mprotect(map_ + page_, page_, PROT_NONE);
+  }
+  ~PageEnd() {
+    if (map_ != MAP_FAILED) munmap(map_, 2 * page_);
+  }
+  bool ok() const { return map_ != MAP_FAILED; }
+  // The text and its terminator end `gap` bytes before the unreadable page.
+  const NUV_UTF16* place(const std::u16string& text, std::size_t gap) {
+    char* at = map_ + page_ - gap - 2 * (text.size() + 1);
+    std::memcpy(at, text.c_str(), 2 * (text.size() + 1));
+    return reinterpret_cast<const NUV_UTF16*>(at);
+  }
+
+ private:
+  std::size_t page_;
+  char* map_;
+};
+
+TEST_F(Avx512Kernel, TerminatedTextMatchesReferenceUpToAPageEnd) {
+  PageEnd pages;
+  ASSERT_TRUE(pages.ok());
+  std::mt19937 rng(88);
+  for (int round = 0; round < 4000; ++round) {
+    const std::size_t n = rng() % 90;
+    std::u16string text;
+    for (std::size_t i = 0; i < n; ++i) {
+      char16_t u = random_unit(rng, round % 3 == 0);
+      text.push_back(u ? u : u'x');  // no terminator inside
+    }
+    const std::size_t gap = round % 5;  // 0: the terminator's last byte is the page's last; odd gaps too
+    const NUV_UTF16* src = pages.place(text, gap);
+    const std::size_t cap = round % 2 ? 400 : rng() % 200;
+    std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
+    std::size_t bytes;
+    const std::size_t k = nuv::encode_text_fit_avx512(src, d.get(), cap, &bytes);
+    const Result want = run_ref(src, n, cap);
+    const std::string where = "round " + std::to_string(round) + " n " + std::to_string(n);
+    if (reinterpret_cast<std::uintptr_t>(src) % 2 == 0) {
+      ASSERT_EQ(k, want.units) << where;
+    } else {
+      // A unit across a page boundary may be left to the caller.
+      ASSERT_LE(k, want.units) << where;
+    }
+    ASSERT_EQ(std::string(d.get(), bytes), want.out.substr(0, bytes)) << where;
+    if (k == want.units) ASSERT_EQ(bytes, want.bytes) << where;
+  }
+}
+
+// fputsU16 against the reference writer given strlenU16 units.
+struct Sink {
+  std::string bytes;
+  std::size_t budget;
+};
+ssize_t sink_write(void* cookie, const char* buf, std::size_t n) {
+  auto* s = static_cast<Sink*>(cookie);
+  if (s->budget == 0) {
+    errno = EIO;
+    return -1;
+  }
+  const std::size_t k = n < s->budget ? n : s->budget;
+  s->bytes.append(buf, k);
+  s->budget -= k;
+  return static_cast<ssize_t>(k);
+}
+
+TEST(StreamOutputText, FputsMatchesReferenceWriterOnEveryBufferAndFailure) {
+  std::mt19937 rng(4242);
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t n = rng() % 200;
+    std::u16string text;
+    for (std::size_t i = 0; i < n; ++i) {
+      const char16_t u = random_unit(rng, round % 4 == 0);
+      text.push_back(u ? u : u'0');
+    }
+    const std::size_t bufsize = round % 5 == 0 ? 4096 : rng() % 100;
+    const int mode = bufsize == 0 ? _IONBF : round % 7 == 0 ? _IOLBF : _IOFBF;
+    const std::size_t budget = round % 3 == 0 ? rng() % (3 * n + 10) : static_cast<std::size_t>(-1);
+    const std::size_t pre = rng() % 8;  // bytes already in the buffer
+    std::string out[2];
+    long res[2];
+    for (int impl = 0; impl < 2; ++impl) {
+      Sink sink{{}, budget};
+      cookie_io_functions_t io{};
+      io.write = sink_write;
+      FILE* f = fopencookie(&sink, "w", io);
+      std::vector<char> storage(bufsize + 1);
+      std::setvbuf(f, mode == _IONBF ? nullptr : storage.data(), mode, bufsize);
+      for (std::size_t i = 0; i < pre; ++i) std::fputc('.', f);
+      if (impl == 0) {
+        res[impl] = fputsU16(text.c_str(), f);
+      } else {
+        std::uint64_t bytes = 0;
+        const std::size_t r =
+            n ? nuv::fwrite_units_ref(text.c_str(), n, 1, f, &bytes, 1) : 0;
+        res[impl] = r == static_cast<std::size_t>(-1) ? -1 : static_cast<long>(bytes);
+      }
+      std::fclose(f);
+      out[impl] = sink.bytes;
+    }
+    ASSERT_EQ(res[0], res[1]) << "round " << round;
+    ASSERT_EQ(out[0], out[1]) << "round " << round;
+  }
+}
+
+TEST(StreamOutputText, FputsWritesHashesFromASurrogatePairOn) {
+  // Text long enough to take several kernel steps, ending in a surrogate
+  // pair: everything from the pair on is '#'.
+  std::u16string text(70, u'\u00e9');
+  text += u"ab\U0001F600cd";
+  std::string want;
+  for (int i = 0; i < 70; ++i) want += "\xc3\xa9";
+  want += "ab####";
+  FILE* f = std::tmpfile();
+  ASSERT_EQ(fputsU16(text.c_str(), f), static_cast<int>(want.size()));
+  std::fflush(f);
+  std::rewind(f);
+  std::string got(want.size() + 1, 0);
+  got.resize(std::fread(got.data(), 1, got.size(), f));
+  std::fclose(f);
+  EXPECT_EQ(got, want);
+}
+
+}  // namespace
