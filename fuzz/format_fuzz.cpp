@@ -231,15 +231,43 @@ void writer(Reader& r) {
   size_t b2;
   bool s2;
   const size_t k2 = nuv::encode_units_fit_ref(units.data(), units.size(), d2.data(), cap, &b2, &s2);
-  for (int variant = 0; variant < 2; ++variant) {
-    if (variant == 1 && !nuv::cpu_has_avx2()) break;
+  for (int variant = 0; variant < 3; ++variant) {
+    if (variant == 1 && !nuv::cpu_has_avx2()) continue;
+    if (variant == 2 && !nuv::encode_uses_avx512()) continue;
     std::vector<char> d1(cap + 1);
     size_t b1;
     bool s1;
-    const size_t k1 = variant ? nuv::encode_units_fit_avx2(units.data(), units.size(), d1.data(), cap, &b1, &s1)
-                              : nuv::encode_units_fit_sse2(units.data(), units.size(), d1.data(), cap, &b1, &s1);
+    const size_t k1 =
+        variant == 2   ? nuv::encode_units_fit_avx512(units.data(), units.size(), d1.data(), cap, &b1, &s1)
+        : variant == 1 ? nuv::encode_units_fit_avx2(units.data(), units.size(), d1.data(), cap, &b1, &s1)
+                       : nuv::encode_units_fit_sse2(units.data(), units.size(), d1.data(), cap, &b1, &s1);
     if (k1 != k2 || b1 != b2 || s1 != s2 || std::memcmp(d1.data(), d2.data(), b1) != 0) abort();
   }
+
+  // fputsU16 (one pass up to the terminator) against the reference writer.
+  std::vector<char16_t> text(units);
+  for (char16_t& u : text)
+    if (u == 0) u = u'0';
+  text.push_back(0);
+  long put[2];
+  for (int impl = 0; impl < 2; ++impl) {
+    Sink sink{{}, budget};
+    cookie_io_functions_t io{};
+    io.write = sink_write;
+    FILE* f = fopencookie(&sink, "w", io);
+    std::vector<char> storage(bufsize + 1);
+    std::setvbuf(f, bufsize ? storage.data() : nullptr, bufsize ? _IOFBF : _IONBF, bufsize);
+    if (impl == 0) {
+      put[impl] = fputsU16(text.data(), f);
+    } else {
+      uint64_t b = 0;
+      const size_t r = units.empty() ? 0 : nuv::fwrite_units_ref(text.data(), units.size(), 1, f, &b, 1);
+      put[impl] = r == static_cast<size_t>(-1) ? -1 : static_cast<long>(b);
+    }
+    std::fclose(f);
+    out[impl] = sink.bytes;
+  }
+  if (put[0] != put[1] || out[0] != out[1]) abort();
 }
 
 // The floating fast path against the C library.
