@@ -47,18 +47,19 @@ NUV_VBMI2 inline unsigned bmp_units_fitting(std::uint64_t keep, std::size_t room
 
 // The step's constants, loaded once per call of a kernel.
 struct BmpConstTable {
-  alignas(64) std::uint16_t w[9][32];
+  alignas(64) std::uint16_t w[11][32];
   constexpr BmpConstTable() : w() {
     const std::uint16_t v[8] = {0x2800, 0x800, 0xFF80, 0xF800, 0x3F, 0x80, 0x40, 0xE0};
     for (int i = 0; i < 8; ++i)
       for (int j = 0; j < 32; ++j) w[i][j] = v[i];
     for (int j = 0; j < 32; ++j) w[8][j] = j % 2 ? 0xFF : 0;  // 0xFF at the third byte of each unit's four
+    for (int j = 0; j < 32; ++j) w[9][j] = 0xC0, w[10][j] = 0xFF;
   }
 };
 inline constexpr BmpConstTable kBmpConsts{};
 
 struct BmpConsts {
-  __m512i k2800, k800, kFF80, kF800, k3f, k80, k40, kE0, kLast, gather0, gather1;
+  __m512i k2800, k800, kFF80, kF800, k3f, k80, k40, kE0, kLast, kC0, kLead, gather0, gather1;
   NUV_VBMI2 BmpConsts()
       : k2800(_mm512_load_si512(kBmpConsts.w[0])),
         k800(_mm512_load_si512(kBmpConsts.w[1])),
@@ -69,12 +70,18 @@ struct BmpConsts {
         k40(_mm512_load_si512(kBmpConsts.w[6])),
         kE0(_mm512_load_si512(kBmpConsts.w[7])),
         kLast(_mm512_load_si512(kBmpConsts.w[8])),
+        kC0(_mm512_load_si512(kBmpConsts.w[9])),
+        kLead(_mm512_load_si512(kBmpConsts.w[10])),
         gather0(_mm512_load_si512(kBmpGather.idx[0])),
         gather1(_mm512_load_si512(kBmpGather.idx[1])) {}
 };
 
 // v holds 32 units; the run ends before the first lane set in stop (or a
 // surrogate).  Writes the bytes of the units taken at d, at most room.
+// Narrow: a step of units below U+0800 only goes in 16-bit lanes, one
+// compress for all 32 (worth it where such runs are long; a branch that
+// mispredicts on text that mixes in three-byte units).
+template <bool Narrow>
 NUV_VBMI2 __attribute__((always_inline)) inline BmpStep bmp_step(const BmpConsts& c, __m512i v, std::uint32_t stop,
                                                                   unsigned char* d, std::size_t room) {
   const std::uint32_t sur = _mm512_cmplt_epu16_mask(_mm512_add_epi16(v, c.k2800), c.k800);
@@ -89,6 +96,19 @@ NUV_VBMI2 __attribute__((always_inline)) inline BmpStep bmp_step(const BmpConsts
     return {static_cast<unsigned>(room), static_cast<unsigned>(room)};
   }
   const __mmask32 ge800 = _mm512_test_epi16_mask(v, c.kF800);
+  if constexpr (Narrow) {
+    if (room >= 64 && (ge800 & _bzhi_u32(~0u, units)) == 0) {
+      // Lead byte low, the other high; an ASCII unit stays itself.  A lead
+      // byte is never 0xFF, and the high byte is 0 just for ASCII.
+      const __m512i two = _mm512_or_si512(_mm512_or_si512(_mm512_srli_epi16(v, 6), c.kC0),
+                                          _mm512_slli_epi16(_mm512_ternarylogic_epi32(v, c.k3f, c.k80, 0xEA), 8));
+      const __m512i w = _mm512_mask_mov_epi16(v, ge80, two);
+      const std::uint64_t k = _mm512_mask_cmpneq_epi8_mask(_bzhi_u64(~0ull, 2 * units), w, c.kLead);
+      _mm512_storeu_si512(d, _mm512_maskz_compress_epi8(k, w));
+      const unsigned n = static_cast<unsigned>(__builtin_popcountll(k));
+      return {units, n};
+    }
+  }
   // Per unit, in 16-bit lanes: lo is the last byte (the unit itself when
   // ASCII); a holds the lead byte of a three-byte form (else 0) and the
   // byte before the last (0xC0 | u >> 6 for a two-byte form; 0 for ASCII).
@@ -129,7 +149,24 @@ NUV_VBMI2 __attribute__((always_inline)) inline BmpStep bmp_step(const BmpConsts
 
 // Encodes [*src, srcEnd) while no surrogate comes and each unit's bytes fit
 // before destEnd; both pointers are left past what was converted.
-void utf16_bmp_to_utf8_avx512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, unsigned char** dest,
-                              unsigned char* destEnd);
+template <bool Narrow>
+NUV_VBMI2 inline void utf16_bmp_to_utf8_avx512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, unsigned char** dest,
+                                               unsigned char* destEnd) {
+  const NUV_UTF16* s = *src;
+  unsigned char* d = *dest;
+  const BmpConsts c;
+  while (s < srcEnd) {
+    // Large blocks stream from memory: fetch a page ahead, across the page
+    // boundaries where the hardware prefetcher stops.
+    _mm_prefetch(reinterpret_cast<const char*>(s) + 4096, _MM_HINT_T0);
+    const std::size_t left = static_cast<std::size_t>(srcEnd - s);
+    const std::uint32_t avail = left >= 32 ? ~0u : _bzhi_u32(~0u, static_cast<unsigned>(left));
+    const BmpStep st =
+        bmp_step<Narrow>(c, _mm512_maskz_loadu_epi16(avail, s), ~avail, d, static_cast<std::size_t>(destEnd - d));
+    s += st.units, d += st.bytes;
+    if (st.units < 32) break;
+  }
+  *src = s, *dest = d;
+}
 
 }  // namespace nuv::rscp

@@ -190,23 +190,6 @@ NUV_VBMI2 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* s
   return static_cast<unsigned>(s - start);
 }
 
-NUV_VBMI2 void utf16_bmp_to_utf8_avx512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
-  const NUV_UTF16* s = *sp;
-  rscpUtf8* d = *dp;
-  const BmpConsts c;
-  while (s < se) {
-    // Large blocks stream from memory; fetch ahead across page boundaries,
-    // where the hardware prefetcher stops.
-    _mm_prefetch(reinterpret_cast<const char*>(s) + 1024, _MM_HINT_T0);
-    const std::size_t left = static_cast<std::size_t>(se - s);
-    const uint32_t avail = left >= 32 ? ~0u : _bzhi_u32(~0u, static_cast<unsigned>(left));
-    const BmpStep st = bmp_step(c, _mm512_maskz_loadu_epi16(avail, s), ~avail, d, static_cast<std::size_t>(de - d));
-    s += st.units, d += st.bytes;
-    if (st.units < 32) break;
-  }
-  *sp = s, *dp = d;
-}
-
 namespace {
 
 // Runs without surrogates through the step above, runs with pairs through
@@ -215,7 +198,7 @@ NUV_VBMI2 void utf16_to_utf8_avx512(const NUV_UTF16** sp, const NUV_UTF16* se, r
   const NUV_UTF16* s = *sp;
   rscpUtf8* d = *dp;
   for (;;) {
-    utf16_bmp_to_utf8_avx512(&s, se, &d, de);
+    utf16_bmp_to_utf8_avx512<true>(&s, se, &d, de);
     if (s == se || !encode_pairs16_avx512(s, se, d, de)) break;
   }
   *sp = s, *dp = d;

@@ -10,11 +10,12 @@
 
 namespace nuv {
 
-std::size_t encode_units_fit_avx512(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
+// Mixed text rarely has long runs below U+0800, so the wide step only.
+NUV_VBMI2 std::size_t encode_units_fit_avx512(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap,
                                     std::size_t* bytes, bool* hit_surrogate) {
   const NUV_UTF16* s = src;
   auto* d = reinterpret_cast<unsigned char*>(dst);
-  rscp::utf16_bmp_to_utf8_avx512(&s, src + n, &d, d + cap);
+  rscp::utf16_bmp_to_utf8_avx512<false>(&s, src + n, &d, d + cap);
   const std::size_t i = static_cast<std::size_t>(s - src);
   *bytes = static_cast<std::size_t>(d - reinterpret_cast<unsigned char*>(dst));
   // The step stops before a surrogate, or before a unit that does not fit.
@@ -36,7 +37,7 @@ NUV_VBMI2 NUV_NO_ASAN std::size_t encode_text_fit_avx512(const NUV_UTF16* src, c
     if (page == 0) break;  // a unit across the page end: the caller goes on
     const __m512i v = _mm512_maskz_loadu_epi16(page, s);
     const std::uint32_t stop = _mm512_mask_testn_epi16_mask(page, v, v) | ~page;  // the terminator, the page end
-    const rscp::BmpStep st = rscp::bmp_step(c, v, stop, d, static_cast<std::size_t>(end - d));
+    const rscp::BmpStep st = rscp::bmp_step<false>(c, v, stop, d, static_cast<std::size_t>(end - d));
     s += st.units, d += st.bytes;
     // Go on only after a whole step, or after the whole rest of the page
     // when no terminator was in it.

@@ -17,19 +17,22 @@
 #include <string>
 #include <vector>
 
+#include "common/nuv_internal.h"
+#include "convert/utf16_bmp_avx512.h"
 #include "nuvu16.h"
 #include "stream/output.h"
 
 namespace {
 
-// Units of every encoded length and at every boundary, NUL included.
-char16_t random_unit(std::mt19937& rng, bool surrogates) {
+// Units of every encoded length and at every boundary, NUL included; narrow
+// text has no three-byte units but for the odd surrogate.
+char16_t random_unit(std::mt19937& rng, bool surrogates, bool narrow = false) {
   static const char16_t kEdges[] = {0x0000, 0x0001, 0x007F, 0x0080, 0x00FF, 0x07FF, 0x0800,
                                     0x0FFF, 0x1000, 0xD7FF, 0xE000, 0xFFFE, 0xFFFF};
   const unsigned k = rng() % 100;
-  if (k < 10) return kEdges[rng() % std::size(kEdges)];
+  if (k < 10) return kEdges[rng() % (narrow ? 6 : std::size(kEdges))];
   if (k < 55) return static_cast<char16_t>(0x20 + rng() % 0x5F);
-  if (k < 70) return static_cast<char16_t>(0x80 + rng() % 0x780);
+  if (k < 70 || (narrow && (k < 99 || !surrogates))) return static_cast<char16_t>(0x80 + rng() % 0x780);
   if (k < 97 || !surrogates) return static_cast<char16_t>(0xE000 + rng() % 0x2000);
   return static_cast<char16_t>(0xD800 + rng() % 0x800);
 }
@@ -58,10 +61,21 @@ Result run_ref(const NUV_UTF16* src, std::size_t n, std::size_t cap) {
   return r;
 }
 
-Result run_avx512(const NUV_UTF16* src, std::size_t n, std::size_t cap) {
+// The writer's kernel (wide steps), or the shared loop with the steps for
+// runs below U+0800 that the converter uses.
+Result run_avx512(const NUV_UTF16* src, std::size_t n, std::size_t cap, bool narrow = false) {
   std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
   Result r{};
-  r.units = nuv::encode_units_fit_avx512(src, n, d.get(), cap, &r.bytes, &r.surrogate);
+  if (narrow) {
+    const NUV_UTF16* s = src;
+    auto* out = reinterpret_cast<unsigned char*>(d.get());
+    nuv::rscp::utf16_bmp_to_utf8_avx512<true>(&s, src + n, &out, out + cap);
+    r.units = static_cast<std::size_t>(s - src);
+    r.bytes = static_cast<std::size_t>(out - reinterpret_cast<unsigned char*>(d.get()));
+    r.surrogate = r.units < n && nuv::is_surrogate_unit(nuv::unit_at(src + r.units));
+  } else {
+    r.units = nuv::encode_units_fit_avx512(src, n, d.get(), cap, &r.bytes, &r.surrogate);
+  }
   r.out.assign(d.get(), r.bytes);
   return r;
 }
@@ -84,14 +98,17 @@ TEST_F(Avx512Kernel, MatchesReferenceAtEveryAlignmentAndRoom) {
   std::mt19937 rng(2024);
   for (int round = 0; round < 6000; ++round) {
     const std::size_t n = rng() % 140;
+    const bool narrow = round % 2;
     std::u16string text;
-    for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, round % 4 == 0));
+    for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, round % 4 < 2, narrow));
     const std::size_t offset = round % 64;  // every byte alignment, odd ones too
     const Placed p(text, offset);
     // Rooms below, around and above what the text needs.
     const std::size_t cap = round % 3 == 0 ? rng() % 16 : round % 3 == 1 ? rng() % 130 : rng() % 450;
-    expect_same(run_avx512(p.units, n, cap), run_ref(p.units, n, cap),
-                "round " + std::to_string(round) + " n " + std::to_string(n) + " cap " + std::to_string(cap));
+    for (bool steps : {false, true})
+      expect_same(run_avx512(p.units, n, cap, steps), run_ref(p.units, n, cap),
+                  "round " + std::to_string(round) + " n " + std::to_string(n) + " cap " + std::to_string(cap) +
+                      (steps ? " narrow steps" : ""));
   }
 }
 
@@ -100,16 +117,19 @@ TEST_F(Avx512Kernel, StopsBeforeASurrogateAtEveryPosition) {
   for (std::size_t n = 1; n <= 70; ++n) {
     for (std::size_t pos = 0; pos < n; ++pos) {
       std::u16string text;
-      for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, false));
+      const bool narrow = (n + pos) % 2;
+      for (std::size_t i = 0; i < n; ++i) text.push_back(random_unit(rng, false, narrow));
       text[pos] = static_cast<char16_t>(pos % 2 ? 0xDC00 + pos : 0xDBFF - pos);
       const Placed p(text, 2 * (pos % 8));
-      for (std::size_t cap : {std::size_t{0}, std::size_t{1}, 3 * pos, 3 * pos + 2, std::size_t{300}}) {
-        const Result got = run_avx512(p.units, n, cap);
-        expect_same(got, run_ref(p.units, n, cap),
-                    "n " + std::to_string(n) + " pos " + std::to_string(pos) + " cap " + std::to_string(cap));
-        if (cap == 300) {
-          ASSERT_EQ(got.units, pos);
-          ASSERT_TRUE(got.surrogate);
+      for (std::size_t cap : {std::size_t{0}, std::size_t{1}, 2 * pos, 3 * pos + 2, std::size_t{300}}) {
+        for (bool steps : {false, true}) {
+          const Result got = run_avx512(p.units, n, cap, steps);
+          expect_same(got, run_ref(p.units, n, cap),
+                      "n " + std::to_string(n) + " pos " + std::to_string(pos) + " cap " + std::to_string(cap));
+          if (cap == 300) {
+            ASSERT_EQ(got.units, pos);
+            ASSERT_TRUE(got.surrogate);
+          }
         }
       }
     }
