@@ -5,12 +5,12 @@
 #include "stream/output.h"
 
 #include <emmintrin.h>
-#include <sys/single_threaded.h>
 
 #include <cstring>
 
 #include "common/nuv_internal.h"
 #include "convert/utf_simd.h"
+#include "stream/stream_lock.h"
 #include "string/scan.h"
 
 namespace {
@@ -39,25 +39,6 @@ inline int encode_unit(unsigned u, unsigned char* b) {
   b[2] = static_cast<unsigned char>(0x80 | (u & 0x3F));
   return 3;
 }
-
-// The stream's lock for one call.  While the process has a single thread no
-// one else can hold it, so the lock is skipped, as the C library does for
-// its own single-thread streams.
-class StreamLock {
- public:
-  explicit StreamLock(FILE* f) : f_(f), taken_(!__libc_single_threaded) {
-    if (taken_) flockfile(f_);
-  }
-  ~StreamLock() {
-    if (taken_) funlockfile(f_);
-  }
-  StreamLock(const StreamLock&) = delete;
-  StreamLock& operator=(const StreamLock&) = delete;
-
- private:
-  FILE* f_;
-  bool taken_;
-};
 
 inline std::size_t room_of(const FILE* f) {
   return f->_IO_write_end > f->_IO_write_ptr ? static_cast<std::size_t>(f->_IO_write_end - f->_IO_write_ptr) : 0;
@@ -244,7 +225,7 @@ NUV_API size_t fwrite_unlockedU16(const NUV_UTF16* units, size_t size, size_t co
 NUV_API size_t fwriteU16_impl(const NUV_UTF16* units, size_t size, size_t count, FILE* stream,
                               uint64_t* bytes_written) {
   if (!stream) return fwrite_unlockedU16(units, size, count, stream, bytes_written, 0);
-  StreamLock lock(stream);
+  nuv::StreamLock lock(stream);
   return fwrite_unlockedU16(units, size, count, stream, bytes_written, 0);
 }
 
@@ -275,7 +256,7 @@ NUV_API int putc_unlockedU16(int ch, FILE* stream) {
 
 NUV_API int fputcU16(int ch, FILE* stream) {
   if (!stream) return EOF;
-  StreamLock lock(stream);
+  nuv::StreamLock lock(stream);
   return putc_unlockedU16(ch, stream);
 }
 NUV_FORWARD(fputcU, fputcU16);
@@ -313,7 +294,7 @@ extern "C" {
 
 NUV_API int fputsU16(const NUV_UTF16* text, FILE* stream) {
   if (!stream || !text) return EOF;
-  StreamLock lock(stream);
+  nuv::StreamLock lock(stream);
   return static_cast<int>(put_text_unlocked(text, stream));
 }
 NUV_FORWARD(fputsU, fputsU16);
@@ -321,7 +302,7 @@ NUV_FORWARD(fputsU, fputsU16);
 NUV_API int putsU16(const NUV_UTF16* text) {
   if (!text) return EOF;
   FILE* out = stdout;
-  StreamLock lock(out);
+  nuv::StreamLock lock(out);
   long r = put_text_unlocked(text, out);
   if (r >= 0) {
     const NUV_UTF16 nl[2] = {u'\n', 0};

@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <sys/single_threaded.h>
 
 #include "nuvu16.h"
+#include "stream/stream_lock.h"
 
 namespace nuv {
 
@@ -46,22 +46,6 @@ struct CachedBytes {
 struct DirectBytes {
   FILE* f;
   int operator()() { return stream_byte(f); }
-};
-
-// The stream lock for one whole call.  While the process has a single thread
-// nobody can contend for it, so it is skipped, as the C library does for its
-// own stdio calls.
-struct StreamLock {
-  FILE* f;
-  bool locked;
-  explicit StreamLock(FILE* file) : f(file), locked(!__libc_single_threaded) {
-    if (locked) flockfile(f);
-  }
-  ~StreamLock() {
-    if (locked) funlockfile(f);
-  }
-  StreamLock(const StreamLock&) = delete;
-  StreamLock& operator=(const StreamLock&) = delete;
 };
 
 namespace detail {
