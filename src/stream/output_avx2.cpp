@@ -50,6 +50,18 @@ struct PackTable2 {
 };
 constexpr PackTable2 kPack2;
 
+// Packs each 128-bit half of w by its table entry and stores the two results
+// back to back; returns the bytes that count.
+inline unsigned store_halves(__m256i w, const Pack& lo, const Pack& hi, char* out) {
+  const __m256i shuf = _mm256_inserti128_si256(
+      _mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(lo.shuffle))),
+      _mm_load_si128(reinterpret_cast<const __m128i*>(hi.shuffle)), 1);
+  const __m256i packed = _mm256_shuffle_epi8(w, shuf);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + lo.length), _mm256_extracti128_si256(packed, 1));
+  return lo.length + hi.length;
+}
+
 // Sixteen units all below 0x800: each 16-bit lane becomes its one or two
 // bytes in place, and each half is packed by one table entry.  Stores at
 // most 16 + 16 bytes past out.
@@ -62,13 +74,7 @@ inline unsigned encode16_short(__m256i v, char* out) {
   const unsigned bits = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(m2, m2)));
   const Pack& lo = kPack2.e[bits & 0xFF];
   const Pack& hi = kPack2.e[(bits >> 16) & 0xFF];
-  const __m256i shuf = _mm256_inserti128_si256(
-      _mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(lo.shuffle))),
-      _mm_load_si128(reinterpret_cast<const __m128i*>(hi.shuffle)), 1);
-  const __m256i packed = _mm256_shuffle_epi8(w, shuf);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + lo.length), _mm256_extracti128_si256(packed, 1));
-  return lo.length + hi.length;
+  return store_halves(w, lo, hi, out);
 }
 
 // Eight units (32-bit lanes, none a surrogate) to UTF-8.  Each 128-bit half
@@ -90,13 +96,7 @@ inline unsigned encode8(__m256i u, char* out) {
   const unsigned b3 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(m3)));
   const Pack& lo = kPack.e[(b2 & 15) | ((b3 & 15) << 4)];
   const Pack& hi = kPack.e[(b2 >> 4) | ((b3 >> 4) << 4)];
-  const __m256i shuf = _mm256_inserti128_si256(
-      _mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(lo.shuffle))),
-      _mm_load_si128(reinterpret_cast<const __m128i*>(hi.shuffle)), 1);
-  const __m256i packed = _mm256_shuffle_epi8(w, shuf);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + lo.length), _mm256_extracti128_si256(packed, 1));
-  return lo.length + hi.length;
+  return store_halves(w, lo, hi, out);
 }
 
 // Four units (32-bit lanes, none a surrogate) to UTF-8; stores 16 bytes,
