@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/contloct_trace.h"
+#include "platform/contloct_internal.h"
 
 using nuv::load_relaxed;
 using nuv::store_relaxed;
@@ -217,7 +217,7 @@ struct tm *ContLoctLocaltimeCont_R(const time_t *timer, struct tm *result) {
   time_t t = *timer;
   if (t == 0) return gmtime_r(&t, result);
   clt::ensure_table();
-  int i = ContLoctGetTimezoneIndex(t);
+  int i = clt::trace_on(3) ? ContLoctGetTimezoneIndex(t) : clt::find_zone(t);
   if (i < 0) {
     clt::trace(1, u"ContLoctLocaltimeCont_R: No time zone information, switch to UTC\n");
     if (!gmtime_r(&t, result)) return nullptr;

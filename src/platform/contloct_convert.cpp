@@ -75,27 +75,61 @@ int64_t ContLoctContinuousInverse(const ContLoctZone *map, int count, int i, int
   return t;
 }
 
-// gmtime_r without the C library's lock: days to civil date by the
-// era/day-of-era method, Gregorian throughout.
+// gmtime_r without the C library's lock.  Times within some 30000 years of
+// the epoch take a 32-bit path (Neri and Schneider's Euclidean-affine
+// calendar, years starting in March, shifted to stay unsigned); the rest the
+// era/day-of-era method.  Both are Gregorian throughout, as gmtime_r is.
 struct tm *ContLoctBreakDown(int64_t seconds, struct tm *r) {
+  constexpr uint32_t kShift = 82, kBase = 719468 + 146097 * kShift;  // day 0 is March 1 of year -32800
+  constexpr int64_t kFastLimit = int64_t(12000000) * 86400;
+  if (seconds > -kFastLimit && seconds < kFastLimit) {
+    const uint64_t u = uint64_t(seconds + int64_t(kBase) * 86400);
+    const uint32_t n = uint32_t(u / 86400), sod = uint32_t(u - uint64_t(n) * 86400);
+    const uint32_t n1 = 4 * n + 3, century = n1 / 146097, nc = n1 % 146097 / 4;
+    const uint64_t p2 = uint64_t(2939745) * (4 * nc + 3);
+    const uint32_t doy = uint32_t(p2) / 2939745 / 4;  // from March 1
+    const uint32_t n3 = 2141 * doy + 197913, month = n3 >> 16;
+    const uint32_t jan_feb = doy >= 306, year = 100 * century + uint32_t(p2 >> 32) + jan_feb;
+    const bool leap = (year & (year % 100 ? 3 : 15)) == 0;  // the shift keeps the year mod 400
+    r->tm_year = int(year) - int(400 * kShift) - 1900;
+    r->tm_mon = int(jan_feb ? month - 13 : month - 1);
+    r->tm_mday = int((n3 & 0xFFFF) / 2141 + 1);
+    r->tm_yday = int(jan_feb ? doy - 306 : doy + 59 + leap);
+    r->tm_wday = int((n + 3) % 7);  // kBase is 1 mod 7, and day 0 of 1970 a Thursday
+    r->tm_hour = int(sod / 3600);
+    r->tm_min = int(sod / 60 % 60);
+    r->tm_sec = int(sod % 60);
+    r->tm_isdst = 0;
+    r->tm_gmtoff = 0;
+    r->tm_zone = "GMT";
+    return r;
+  }
   int64_t days = floor_div(seconds, 86400);
   int64_t sod = seconds - days * 86400;
-  int64_t z = days + 719468;  // days since 0000-03-01
-  int64_t era = floor_div(z, 146097);
-  int64_t doe = z - era * 146097;
-  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);  // from March 1
-  int64_t mp = (5 * doy + 2) / 153;
-  int64_t year = yoe + era * 400 + (mp >= 10 ? 1 : 0);
+  int64_t year;
+  uint32_t doy, month, mday;  // doy counts from March 1; month 3..14
+  {
+    int64_t z = days + 719468;  // days since 0000-03-01
+    int64_t era = floor_div(z, 146097);
+    int64_t doe = z - era * 146097;
+    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    doy = uint32_t(doe - (365 * yoe + yoe / 4 - yoe / 100));
+    uint32_t mp = (5 * doy + 2) / 153;
+    month = mp + 3;
+    mday = doy - (153 * mp + 2) / 5 + 1;
+    year = yoe + era * 400;
+  }
+  const bool jan_feb = doy >= 306;
+  year += jan_feb;
   if (year - 1900 > INT_MAX || year - 1900 < INT_MIN) {
     errno = EOVERFLOW;
     return nullptr;
   }
-  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
   r->tm_year = static_cast<int>(year - 1900);
-  r->tm_mon = static_cast<int>(mp < 10 ? mp + 2 : mp - 10);
-  r->tm_mday = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  r->tm_yday = static_cast<int>(mp < 10 ? doy + 59 + leap : doy - 306);
+  r->tm_mon = static_cast<int>(jan_feb ? month - 13 : month - 1);
+  r->tm_mday = static_cast<int>(mday);
+  r->tm_yday = static_cast<int>(jan_feb ? doy - 306 : doy + 59 + leap);
   r->tm_wday = static_cast<int>(days + 4 - floor_div(days + 4, 7) * 7);
   r->tm_hour = static_cast<int>(sod / 3600);
   r->tm_min = static_cast<int>(sod / 60 % 60);

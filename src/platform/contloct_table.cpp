@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/contloct_trace.h"
+#include "platform/contloct_internal.h"
 
 namespace {
 
@@ -77,7 +77,28 @@ void trace_entry(int i) {
   clt::trace(2, u"UTF %s - local %s, time offset %d\n", ug.text, ul.text, int(z.offset));
 }
 
+void index_buckets() {
+  using clt::buckets;
+  std::free(buckets.first);
+  buckets = clt::Buckets{};
+  const int top = cltZoneMapTop;
+  if (top < 2) return;
+  const int64_t base = cltZoneMap[1].start;
+  const int64_t n = ((cltZoneMap[top - 1].start - base) >> clt::kBucketShift) + 1;
+  auto *first = static_cast<int32_t *>(std::malloc(size_t(n) * sizeof(int32_t)));
+  if (!first) return;  // lookups halve the whole table instead
+  int i = 1;
+  for (int64_t k = 0; k < n; ++k) {
+    const int64_t t = base + (k << clt::kBucketShift);
+    while (t >= cltZoneMap[i].end) ++i;
+    first[k] = i;
+  }
+  buckets = clt::Buckets{cltZoneMap, top, base, base + (n << clt::kBucketShift), first};
+}
+
 }  // namespace
+
+clt::Buckets clt::buckets;
 
 void clt::ensure_table() {
   if (!table_ready.load(std::memory_order_acquire)) ContLoctBuildTable();
@@ -173,6 +194,7 @@ static int build_table() {
 
 int ContLoctBuildTable(void) {
   int rc = build_table();
+  index_buckets();
   table_ready.store(true, std::memory_order_release);
   return rc;
 }
@@ -194,7 +216,7 @@ int ContLoctGetTimezoneIndex(time_t t) {
         break;
     }
   }
-  int i = ContLoctFindZone(cltZoneMap, count, t);
+  int i = clt::find_zone(t);
   if (i >= 0 && clt::trace_on(3)) {
     struct tm g;
     clt::Date d;

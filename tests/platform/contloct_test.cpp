@@ -371,6 +371,11 @@ TEST(ContLoct, CompiledZoneGrowsTheTableAndFindsEverySwitch) {
               r.check(ContLoctBuildTable() == 0 && cltZoneMapSize == 450 && cltZoneMap != clt_zone_map, "growth");
               for (int i = 1; i < cltZoneMapTop; ++i) starts.push_back(cltZoneMap[i].start);
               r.check(starts == sw, "switches differ");
+              std::mt19937_64 g(3);
+              for (int k = 0; k < 100000; ++k) {
+                time_t t = -2300000000 + time_t(g() % 4600000000);
+                r.check(ContLoctGetTimezoneIndex(t) == ContLoctFindZone(cltZoneMap, cltZoneMapTop, t), "index" + at(t));
+              }
               for (int i = 0; i < cltZoneMapTop; ++i) {
                 time_t t = i ? cltZoneMap[i].start : -2207520000;
                 r.check(cltZoneMap[i].offset == -native(t).tm_gmtoff && cltZoneMap[i].isDst == native(t).tm_isdst,
@@ -397,7 +402,9 @@ TEST(ContLoct, CompiledZoneGrowsTheTableAndFindsEverySwitch) {
 TEST(ContLoctPure, BreakDownMatchesGmtime) {
   std::mt19937_64 g(1);
   for (int k = 0; k < 300000; ++k) {
-    int64_t t = k < 1000 ? INT64_MAX - k : int64_t(g()) >> (g() % 64);
+    int64_t t = k < 1000   ? INT64_MAX - k  // where the year no longer fits
+                : k < 3000 ? (k % 2 ? 1 : -1) * int64_t(12000000) * 86400 + int64_t(k - 2000) * 86399  // path edges
+                           : int64_t(g()) >> (g() % 64);
     struct tm a{}, b{};
     bool ok = ContLoctBreakDown(t, &a) != nullptr;
     time_t tt = t;
@@ -418,7 +425,7 @@ TEST(ContLoctPure, LookupAndConversionOnGeneratedTables) {
     }
     int count = int(map.size());
     int64_t prev_local = INT64_MIN;
-    for (int64_t t = map.size() > 1 ? map[1].start - 30000 : 0, stop = t + 40000 * count; t < stop; t += 1 + g() % 7) {
+    for (int64_t t = map.size() > 1 ? map[1].start - 30000 : 0, stop = t + 40000 * count; t < stop; t += 1 + g() % 29) {
       int lin = 0;
       while (lin + 1 < count && map[lin + 1].start <= t) ++lin;
       int i = ContLoctFindZone(map.data(), count, t);

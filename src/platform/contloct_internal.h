@@ -20,6 +20,29 @@ void trace(int level, const NUV_UTF16 *format, Args... args) {
   if (f && tf && nuv::load_relaxed(TRACE) >= level) f(tf, format, args...);
 }
 
+// A coarse index over the table: for each 2^21-second bucket from the first
+// switch, the entry holding the bucket's first second.  It belongs to one
+// table (map, top); any other table is searched by halving.
+struct Buckets {
+  const ContLoctZone *map = nullptr;
+  int top = 0;
+  int64_t base = 0, limit = 0;
+  int32_t *first = nullptr;
+};
+inline constexpr int kBucketShift = 21;
+extern Buckets buckets;
+
+inline int find_zone(int64_t t) {
+  const ContLoctZone *map = cltZoneMap;
+  const int top = cltZoneMapTop;
+  if (buckets.map == map && buckets.top == top && t >= buckets.base && t < buckets.limit) {
+    int i = buckets.first[uint64_t(t - buckets.base) >> kBucketShift];
+    while (t >= map[i].end) ++i;  // ends before the limit are finite
+    return i;
+  }
+  return ContLoctFindZone(map, top, t);
+}
+
 // Builds the table on first use (ContLoctBuildTable marks it built too).
 void ensure_table();
 
