@@ -59,7 +59,7 @@ extern time_t lastTime;
 void ContLoct_Init(const NUV_UTF16 *(*paramFunction)(const NUV_UTF16 *name));
 void ContLoctRegisterTrace(int (*trace)(FILE *traceFile, const NUV_UTF16 *format, ...), FILE *traceFile);
 void ContLoctSetTraceLevel(int level);
-int ContLoctSetParam(const NUV_UTF16 *name, const NUV_UTF16 *value);
+int ContLoctSetParam(const NUV_UTF16 *name, const NUV_UTF16 *value); /* the value decides, by prefix */
 int ContLoctTestParam(const NUV_UTF16 *name, const NUV_UTF16 *value);
 NUV_UTF16 *ContLoctGetParam(const NUV_UTF16 *name);
 int getPPContTime(void);
@@ -80,7 +80,10 @@ int ContLoctContinuousLocal(const ContLoctZone *map, int count, int index, int64
 int64_t ContLoctContinuousInverse(const ContLoctZone *map, int count, int index, int64_t t);
 struct tm *ContLoctBreakDown(int64_t seconds, struct tm *result); /* as gmtime_r */
 
-/* Continuous conversions. */
+/* Continuous conversions.  Inside a half-speed span two seconds share a wall
+ * time and ContLoctMktime gives back the later one; the last second before a
+ * switch shares its wall time with the switch second, which carries the new
+ * daylight-saving flag. */
 struct tm *ContLoctLocaltimeCont_R(const time_t *timer, struct tm *result);
 time_t ContLoctMktime(struct tm *tm);
 
