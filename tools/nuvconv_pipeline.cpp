@@ -290,6 +290,7 @@ struct Failure {
   rscpStatus status;
   std::string msg;
   std::size_t offset;  // in the block
+  bool exact;          // the output holds the conversion of the block's first `offset` bytes
 };
 
 struct Pipeline {
@@ -342,9 +343,11 @@ struct Pipeline {
     // Map the position back through the earlier steps: rerun each with its
     // output limited to the good prefix; it stops at the matching input.
     std::size_t pos = failPos;
+    fail->exact = true;
     for (std::size_t i = failStep; i-- > 0;) {
       std::size_t used = 0, made = 0;
       run_step(i, lens[i], pos, &used, &made);
+      fail->exact = fail->exact && made == pos;
       pos = used;
     }
     fail->offset = pos;
@@ -378,9 +381,10 @@ std::size_t partial_tail(const Encoding& e, const Byte* p, std::size_t n) {
 }
 
 
-// Most bytes a block may carry to the next: a UTF-8 lead byte and its
-// follow-up bytes, or a UCS-4 unit whose surrogate half waits for its twin.
-constexpr std::size_t kMaxCarry = 16;
+// Most bytes a block may carry to the next: a character whose UTF-8 form is
+// cut, up to seven UCS-4 units when a trusted value beyond 31 bits gives a
+// lead byte that announces six more, and a cut unit after them.
+constexpr std::size_t kMaxCarry = 32;
 
 const Encoding* find(const std::vector<Encoding>& all, const std::string& name) {
   for (const auto& e : all)
@@ -432,9 +436,18 @@ Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
     Failure fail{};
     bool ok = pipe.run(n, &fail);
     // A character cut by the block's end (not the input's) is carried over
-    // whole, so the next block judges it with the bytes that follow.
-    while (!ok && !final && fail.status == rscpeSrcExhausted && fail.offset < n && avail - fail.offset <= kMaxCarry)
-      ok = pipe.run(n = fail.offset, &fail);
+    // whole, so the next block judges it with the bytes that follow.  What
+    // came before it keeps the output of this run: there it was followed by
+    // more, as in the whole input.  Only where the output does not end on a
+    // source character is the block cut there and run again.
+    while (!ok && !final && fail.status == rscpeSrcExhausted && avail - fail.offset <= kMaxCarry) {
+      n = fail.offset;
+      if (fail.exact) {
+        ok = true;
+        break;
+      }
+      ok = pipe.run(n, &fail);
+    }
     if (!put(pipe.output(), pipe.outLen())) break;
     if (!ok) {
       res.end = End::BadInput, res.status = fail.status, res.msg = fail.msg, res.offset = base + fail.offset;
