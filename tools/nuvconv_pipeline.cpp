@@ -241,8 +241,8 @@ const char kNotAscii[] = "byte is not 7-bit ASCII";
 const char kNoAscii[] = "character cannot be written in ascii";
 const char kNoEbcdic[] = "character cannot be written in ebcdic";
 
-std::vector<Encoding> encodings() {
-  return {
+const std::vector<Encoding>& encodings() {
+  static const std::vector<Encoding> all = {
       {"utf-8", 1, true, false, {kUtf8In}, {kUtf8Out}},
       {"utf-16le", 2, false, true, {kCheck16}, {kCopy16}},
       {"utf-16be", 2, false, true, {kSwap16, kCheck16}, {kSwap16}},
@@ -283,6 +283,7 @@ std::vector<Encoding> encodings() {
        {{per_unit<Byte, U16, ebcdic_in>, 2, nullptr}},
        {{STEP(U16, Byte, to_ebcdic(s, se, d, de)), 1, kNoEbcdic}}},
   };
+  return all;
 }
 
 // ---- the block pipeline ----
@@ -402,7 +403,7 @@ const char* encoding_names() {
 
 Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
   Outcome res;
-  const auto all = encodings();
+  const auto& all = encodings();
   const Encoding* src = find(all, opt.from);
   const Encoding* dst = find(all, opt.to);
   if (!src || !dst) return res.end = End::Unknown, res;
