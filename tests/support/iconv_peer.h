@@ -4,14 +4,13 @@
 
 #include <iconv.h>
 
-#include <cstddef>
 #include <string>
 
 namespace nuvtest {
 
 struct IconvResult {
-  bool opened = false, ok = false;
-  std::string out;     // everything converted before the stop
+  bool ok = false;
+  std::string out;       // everything converted before the stop
   std::size_t stop = 0;  // input offset of the stop (the input size when ok)
 };
 
@@ -19,10 +18,8 @@ inline IconvResult iconv_peer(const char* to, const char* from, const std::strin
   IconvResult r;
   iconv_t cd = iconv_open(to, from);
   if (cd == reinterpret_cast<iconv_t>(-1)) return r;
-  r.opened = true;
   r.out.assign(in.size() * 4 + 16, '\0');
-  char* ip = const_cast<char*>(in.data());
-  char* op = r.out.data();
+  char *ip = const_cast<char*>(in.data()), *op = r.out.data();
   std::size_t il = in.size(), ol = r.out.size();
   r.ok = iconv(cd, &ip, &il, &op, &ol) != static_cast<std::size_t>(-1);
   iconv_close(cd);

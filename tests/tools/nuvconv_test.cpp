@@ -245,14 +245,14 @@ using Answer = std::tuple<std::string, int, std::string, rscpStatus, uint64_t>;
 Answer convert(const Enc& from, const Enc& to, nuvconv::Mode mode, std::size_t block, const std::string& in) {
   std::string out;
   std::size_t pos = 0;
-  const auto r = nuvconv::convert(
-      {from.ours, to.ours, mode, '#', block},
-      [&](unsigned char* p, std::size_t cap) -> long {
-        const std::size_t n = std::min(cap, in.size() - pos);
-        std::memcpy(p, in.data() + pos, n);
-        return static_cast<long>(pos += n, n);
-      },
-      [&](const unsigned char* p, std::size_t n) { return out.append(reinterpret_cast<const char*>(p), n), true; });
+  const auto read = [&](unsigned char* p, std::size_t cap) -> long {
+    const std::size_t n = std::min(cap, in.size() - pos);
+    return std::memcpy(p, in.data() + pos, n), pos += n, static_cast<long>(n);
+  };
+  const auto write = [&](const unsigned char* p, std::size_t n) {
+    return out.append(reinterpret_cast<const char*>(p), n), true;
+  };
+  const auto r = nuvconv::convert({from.ours, to.ours, mode, '#', block}, read, write);
   return {out, static_cast<int>(r.end), r.msg, r.status, r.offset};
 }
 
@@ -281,10 +281,8 @@ std::string hostile(std::mt19937& rng, const Enc& e) {
 // U+10FFFF and 5- and 6-byte forms), and its IBM500 has C1 controls where
 // our EBCDIC page has blanks.
 bool peer_differs(const Enc& from, const Enc& to, const std::string& in) {
-  if (std::strncmp(to.ours, "ucs-4", 5) == 0 && std::strcmp(from.ours, "utf-8") == 0)
-    for (std::size_t i = 0; i < in.size(); ++i)
-      if ((in[i] & 0xFF) - 0xF5u <= 0xFD - 0xF5 || ((in[i] & 0xFF) == 0xF4 && i + 1 < in.size() && (in[i + 1] & 0xFF) >= 0x90))
-        return true;
+  for (std::size_t i = 0; i + 1 < in.size() && !std::strncmp(to.ours, "ucs-4", 5) && !std::strcmp(from.ours, "utf-8"); ++i)
+    if ((in[i] & 0xFF) - 0xF5u <= 0xFD - 0xF5 || ((in[i] & 0xFF) == 0xF4 && (in[i + 1] & 0xFF) >= 0x90)) return true;
   for (std::size_t i = 0, v = 0; i + 4 <= in.size() && std::strncmp(from.ours, "ucs-4", 5) == 0; i += 4) {
     for (int k = 0; k < 4; ++k) v = v << 8 | (in[i + (std::strstr(from.peer, "BE") ? k : 3 - k)] & 0xFF);
     if ((v &= 0xFFFFFFFF) > 0x10FFFF || (v >= 0xD800 && v <= 0xDFFF)) return true;
