@@ -152,6 +152,9 @@ int main(int argc, char** argv) {
     case nuvconv::End::ReadError: return io_error(inName, r.err);
     case nuvconv::End::WriteError: return io_error(outName, r.err);
     case nuvconv::End::Unknown: return usage_error("unknown encoding");
+    case nuvconv::End::NoMemory:
+      std::fprintf(stderr, "nuvconv: not enough memory for blocks of %zu bytes\n", opt.block);
+      return 2;
   }
   if (out && std::fflush(out) != 0) return io_error(outName, errno);
   if (out && out != stdout && std::fclose(out) != 0) return io_error(outName, errno);

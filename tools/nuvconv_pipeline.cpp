@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <vector>
 
 namespace nuvconv {
@@ -296,25 +298,31 @@ struct Failure {
 
 struct Pipeline {
   std::vector<Step> steps;
-  std::vector<std::vector<Byte>> bufs;  // bufs[0] input, bufs[i + 1] output of step i
-  std::vector<std::size_t> lens;
+  // bufs[0] input, bufs[i + 1] output of step i; left uninitialised, so a
+  // large block costs only the pages a conversion touches.
+  std::vector<std::unique_ptr<Byte[]>> bufs;
+  std::vector<std::size_t> caps, lens;
+  bool allocated = true;
 
-  Pipeline(std::vector<Step> s, std::size_t inCap) : steps(std::move(s)), bufs(steps.size() + 1), lens(bufs.size()) {
+  Pipeline(std::vector<Step> s, std::size_t inCap)
+      : steps(std::move(s)), bufs(steps.size() + 1), caps(bufs.size()), lens(bufs.size()) {
     std::size_t cap = inCap;
-    bufs[0].resize(cap + 8);
+    caps[0] = cap + 8;
     for (std::size_t i = 0; i < steps.size(); ++i) {
       cap = cap * static_cast<std::size_t>(steps[i].expand) + 16;
-      bufs[i + 1].resize(cap);
+      caps[i + 1] = cap;
     }
+    for (std::size_t i = 0; i < bufs.size() && allocated; ++i)
+      allocated = (bufs[i] = std::unique_ptr<Byte[]>(new (std::nothrow) Byte[caps[i]])) != nullptr;
   }
-  Byte* input() { return bufs[0].data(); }
+  Byte* input() { return bufs[0].get(); }
 
   rscpStatus run_step(std::size_t i, std::size_t inLen, std::size_t outLimit, std::size_t* used, std::size_t* made) {
-    const Byte* in = bufs[i].data();
-    Byte* out = bufs[i + 1].data();
-    const rscpStatus rc = steps[i].fn(&in, bufs[i].data() + inLen, &out, bufs[i + 1].data() + outLimit);
-    *used = static_cast<std::size_t>(in - bufs[i].data());
-    *made = static_cast<std::size_t>(out - bufs[i + 1].data());
+    const Byte* in = bufs[i].get();
+    Byte* out = bufs[i + 1].get();
+    const rscpStatus rc = steps[i].fn(&in, bufs[i].get() + inLen, &out, bufs[i + 1].get() + outLimit);
+    *used = static_cast<std::size_t>(in - bufs[i].get());
+    *made = static_cast<std::size_t>(out - bufs[i + 1].get());
     return rc;
   }
 
@@ -327,7 +335,7 @@ struct Pipeline {
     for (std::size_t i = 0; i < steps.size(); ++i) {
       g_report = {};
       std::size_t used = 0, made = 0;
-      const rscpStatus rc = run_step(i, lens[i], bufs[i + 1].size(), &used, &made);
+      const rscpStatus rc = run_step(i, lens[i], caps[i + 1], &used, &made);
       lens[i + 1] = made;
       if (rc != 0) {  // later failures lie before earlier ones in the source
         failed = true;
@@ -354,7 +362,7 @@ struct Pipeline {
     fail->offset = pos;
     return false;
   }
-  const Byte* output() const { return bufs.back().data(); }
+  const Byte* output() const { return bufs.back().get(); }
   std::size_t outLen() const { return lens.back(); }
 };
 
@@ -414,6 +422,7 @@ Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
   std::vector<Step> chain = src->in;
   chain.insert(chain.end(), dst->out.begin(), dst->out.end());
   Pipeline pipe(chain, block + kMaxCarry);
+  if (!pipe.allocated) return res.end = End::NoMemory, res;
   Byte* buf = pipe.input();
   auto put = [&](const Byte* p, std::size_t n) {
     if (write(p, n)) return true;
@@ -432,8 +441,10 @@ Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
     if (first && !put(buf, 0)) break;  // the input is readable: now the output may be created
     final = static_cast<std::size_t>(got) < block;
     const std::size_t avail = carry + static_cast<std::size_t>(got);
-    std::size_t n = avail - (final ? (src->utf8 ? 0 : avail % static_cast<std::size_t>(src->unit))  // the converters judge the rest
-                                   : partial_tail(*src, buf, avail));
+    // At the end of the input the converters judge a cut character; only a
+    // cut code unit is left to the tail.
+    const std::size_t unit = static_cast<std::size_t>(src->unit);
+    std::size_t n = avail - (final ? (src->utf8 ? 0 : avail % unit) : partial_tail(*src, buf, avail));
     Failure fail{};
     bool ok = pipe.run(n, &fail);
     // A character cut by the block's end (not the input's) is carried over
@@ -463,6 +474,10 @@ Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
       }
       if (g_mode == Mode::Subst) {  // the substitute, written through the target steps
         Pipeline last(dst->out, 8);
+        if (!last.allocated) {
+          res.end = End::NoMemory;
+          break;
+        }
         const U16 sub = static_cast<U16>(g_subst);
         std::memcpy(last.input(), &sub, 2);
         if (last.run(2, &fail) && !put(last.output(), last.outLen())) break;

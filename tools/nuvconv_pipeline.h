@@ -36,6 +36,7 @@ enum class End {
   ReadError,   // errno in `err`
   WriteError,  // errno in `err`
   Unknown,     // `from` or `to` names no encoding
+  NoMemory,    // the buffers for blocks of this size cannot be had
 };
 
 struct Outcome {

@@ -281,7 +281,8 @@ std::string hostile(std::mt19937& rng, const Enc& e) {
 // U+10FFFF and 5- and 6-byte forms), and its IBM500 has C1 controls where
 // our EBCDIC page has blanks.
 bool peer_differs(const Enc& from, const Enc& to, const std::string& in) {
-  for (std::size_t i = 0; i + 1 < in.size() && !std::strncmp(to.ours, "ucs-4", 5) && !std::strcmp(from.ours, "utf-8"); ++i)
+  const bool u8ToU4 = !std::strncmp(to.ours, "ucs-4", 5) && !std::strcmp(from.ours, "utf-8");
+  for (std::size_t i = 0; u8ToU4 && i + 1 < in.size(); ++i)
     if ((in[i] & 0xFF) - 0xF5u <= 0xFD - 0xF5 || ((in[i] & 0xFF) == 0xF4 && (in[i + 1] & 0xFF) >= 0x90)) return true;
   for (std::size_t i = 0, v = 0; i + 4 <= in.size() && std::strncmp(from.ours, "ucs-4", 5) == 0; i += 4) {
     for (int k = 0; k < 4; ++k) v = v << 8 | (in[i + (std::strstr(from.peer, "BE") ? k : 3 - k)] & 0xFF);
