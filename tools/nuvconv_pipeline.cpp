@@ -452,7 +452,7 @@ Outcome convert(const Options& opt, const Reader& read, const Writer& write) {
     // came before it keeps the output of this run: there it was followed by
     // more, as in the whole input.  Only where the output does not end on a
     // source character is the block cut there and run again.
-    while (!ok && !final && fail.status == rscpeSrcExhausted && avail - fail.offset <= kMaxCarry) {
+    while (!ok && !final && fail.status == rscpeSrcExhausted && fail.offset < n && avail - fail.offset <= kMaxCarry) {
       n = fail.offset;
       if (fail.exact) {
         ok = true;
