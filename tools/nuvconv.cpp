@@ -127,8 +127,8 @@ int main(int argc, char** argv) {
   FILE* in = inStd ? stdin : std::fopen(inName, "rb");
   if (!in) return io_error(inName, errno);
   struct stat si{}, so{};
-  if (!outStd && fstat(fileno(in), &si) == 0 && stat(outName, &so) == 0 && si.st_dev == so.st_dev &&
-      si.st_ino == so.st_ino)
+  if (!outStd && fstat(fileno(in), &si) == 0 && S_ISREG(si.st_mode) && stat(outName, &so) == 0 &&
+      si.st_dev == so.st_dev && si.st_ino == so.st_ino)
     return usage_error(std::string(outName) + ": is the input as well; nothing was written");
 
   FILE* out = outStd ? stdout : nullptr;
