@@ -1,34 +1,24 @@
 // nuvconv: converts a file between UTF-8, UTF-16, UCS-2, UCS-4, 7-bit ASCII
 // and the EBCDIC page with the library's converters, in the manner of iconv.
-//
-// Text is read in fixed-size blocks (memory does not depend on the file
-// size).  A block is cut before a character that it does not hold whole; the
-// cut bytes are carried to the next block.  Each block runs through a chain of
-// steps: source -> UTF-16 (host order) -> target.  When a step stops on bad
-// input, the steps before it are run again with their output limited to the
-// good prefix, which yields the offset of the bad character in the source.
+// Options and files here; the conversion itself is nuvconv::convert().
 #include <getopt.h>
-#include <strings.h>
+#include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
-#include "convert/converters.h"
+#include "nuvconv_pipeline.h"
 
 namespace {
-
-enum class Mode { Strict, Subst, Trust };
 
 const char kHelp[] =
     "Usage: nuvconv -f FROM -t TO [--strict | --subst[=U+XXXX] | --trust] [INPUT [OUTPUT]]\n"
     "\n"
     "Converts INPUT (default: standard input) from the encoding FROM to the encoding\n"
-    "TO and writes it to OUTPUT (default: standard output).\n"
+    "TO and writes it to OUTPUT (default: standard output).  OUTPUT is created only\n"
+    "once INPUT has been read from; it may not be INPUT itself.\n"
     "\n"
     "Encodings: utf-8, utf-16le, utf-16be, ucs-2le, ucs-2be, ucs-4le, ucs-4be,\n"
     "           ascii, ebcdic (the IBM500 page).  No byte-order mark is read or written.\n"
@@ -37,495 +27,137 @@ const char kHelp[] =
     "  --strict          (default) stop at the first character that is invalid in\n"
     "                    FROM or cannot be written in TO.  Everything before it is\n"
     "                    written; the report names its byte offset in INPUT, the\n"
-    "                    converter's message and status, and the exit status is 1.\n"
-    "  --subst[=U+XXXX]  replace each bad or unwritable character by U+XXXX (a BMP\n"
-    "                    character, default U+FFFD; ascii and ebcdic targets write\n"
-    "                    '#' when it does not fit there) and go on.\n"
+    "                    converter's message and status.\n"
+    "  --subst[=U+XXXX]  replace each bad or unwritable character by U+XXXX (one to\n"
+    "                    six hex digits: a BMP character other than a surrogate,\n"
+    "                    default U+FFFD; ascii and ebcdic targets write '#' when it\n"
+    "                    does not fit there) and go on.\n"
     "  --trust           skip the checks that cost time on input known to be good\n"
-    "                    (a code unit cut by the end of INPUT is dropped).\n"
+    "                    (follow-up bytes, overlong forms, ranges, lone surrogates).\n"
+    "                    A code unit cut by the end of INPUT is dropped.  What the\n"
+    "                    trusting converters still reject (a byte that cannot start\n"
+    "                    a UTF-8 character, INPUT ending inside a character or a\n"
+    "                    surrogate pair) stops the conversion as in --strict.\n"
     "\n"
     "Other options:\n"
     "  --buffer-size=N   bytes read per block (default 65536, at least 8).\n"
     "  -h, --help        show this text.\n"
     "\n"
-    "Exit status: 0 converted, 1 bad input in strict mode, 2 usage or I/O error.\n";
+    "Exit status: 0 converted, 1 stopped on bad input (--strict or --trust; never\n"
+    "with --subst), 2 usage or I/O error.\n";
 
-Mode g_mode = Mode::Strict;
-uint32_t g_subst = rscpReplacementCharacter;
-
-// ---- the error hook: remembers the last report ----
-struct LastReport {
-  rscpStatus status = 0;
-  std::string msg;
-};
-LastReport g_report;
-
-rscpStatus remember(rscpStatus status, int32_t, int32_t, const NUV_UTF16*, int32_t, int32_t, const NUV_UTF16* msg,
-                    void*, void*, int32_t, void*, int32_t) {
-  g_report.status = status;
-  g_report.msg.clear();
-  for (; msg && *msg; ++msg) g_report.msg.push_back(*msg < 0x80 ? static_cast<char>(*msg) : '?');
-  return status;
-}
-
-// ---- steps: convert [in, inEnd) into [out, outEnd) ----
-using Byte = unsigned char;
-using StepFn = rscpStatus (*)(const Byte** in, const Byte* inEnd, Byte** out, Byte* outEnd);
-
-struct Step {
-  StepFn fn;
-  int expand;           // output bytes per input byte at most
-  const char* ownMsg;   // message when the step stops without a converter report
-};
-
-// Adapts a typed counted converter; calls it again while it stops early with
-// 0 (the always-substituting decoder stops after a cut last character).
-template <class S, class D, class F>
-rscpStatus typed(const Byte** in, const Byte* inEnd, Byte** out, Byte* outEnd, F f) {
-  const S* s = reinterpret_cast<const S*>(*in);
-  const S* se = s + (inEnd - *in) / static_cast<std::ptrdiff_t>(sizeof(S));
-  D* d = reinterpret_cast<D*>(*out);
-  D* de = d + (outEnd - *out) / static_cast<std::ptrdiff_t>(sizeof(D));
-  rscpStatus rc = 0;
-  while (s < se) {
-    const S* before = s;
-    rc = f(&s, se, &d, de);
-    if (rc != 0 || s == before) break;
-  }
-  *in = reinterpret_cast<const Byte*>(s);
-  *out = reinterpret_cast<Byte*>(d);
-  return rc;
-}
-
-#define STEP(S, D, call)                                                                   \
-  [](const Byte** in, const Byte* inEnd, Byte** out, Byte* outEnd) -> rscpStatus {        \
-    return typed<S, D>(in, inEnd, out, outEnd, [](const S** s, const S* se, D** d, D* de) { \
-      return call;                                                                         \
-    });                                                                                    \
-  }
-
-using U16 = NUV_UTF16;
-using U4 = rscpU4;
-
-// A single-unit transform written by the tool (swaps, single-byte forms):
-// returns false for a unit it rejects (strict), stopping there.
-template <class S, class D, bool (*F)(S, D*&, D*)>
-rscpStatus per_unit(const Byte** in, const Byte* inEnd, Byte** out, Byte* outEnd) {
-  return typed<S, D>(in, inEnd, out, outEnd, [](const S** s, const S* se, D** d, D* de) -> rscpStatus {
-    for (; *s < se; ++*s) {
-      if (*d >= de) return rscpeDestOverflow;
-      if (!F(**s, *d, de)) return rscpeIllegal;
-    }
-    return 0;
-  });
-}
-
-bool swap16(U16 u, U16*& d, U16*) { return *d++ = static_cast<U16>(__builtin_bswap16(u)), true; }
-bool copy16(U16 u, U16*& d, U16*) { return *d++ = u, true; }
-bool ascii_in(Byte b, U16*& d, U16*) {
-  if (b < 0x80) return *d++ = b, true;
-  if (g_mode == Mode::Strict) return false;
-  return *d++ = static_cast<U16>(g_mode == Mode::Subst ? g_subst : rscpReplacementCharacter), true;
-}
-bool ebcdic_in(Byte b, U16*& d, U16*) { return *d++ = E8ToUc(b), true; }
-
-// Lone surrogates in UTF-16 input: strict finds them with the checking
-// encoder (its report is the message), subst replaces them.
-rscpStatus check_utf16(const Byte** in, const Byte* inEnd, Byte** out, Byte* outEnd) {
-  const U16* s = reinterpret_cast<const U16*>(*in);
-  const U16* se = s + (inEnd - *in) / 2;
-  U16* d = reinterpret_cast<U16*>(*out);
-  const U16* limit = s + std::min<std::ptrdiff_t>(se - s, (outEnd - *out) / 2);
-  const U16* stop = limit;  // end of what is copied
-  rscpStatus rc = 0;
-  if (g_mode == Mode::Strict) {
-    const U16* p = s;
-    for (;;) {  // into a scratch buffer: only where it stops matters
-      rscpUtf8 scratch[4096];
-      rscpUtf8* sd = scratch;
-      rc = Utf16nToUtf8n(&p, limit, &sd, scratch + sizeof scratch);
-      if (rc != rscpeDestOverflow) break;
-    }
-    stop = p;
-  }
-  auto is_high = [](U16 u) { return u >= 0xD800 && u <= 0xDBFF; };
-  auto is_low = [](U16 u) { return u >= 0xDC00 && u <= 0xDFFF; };
-  for (const U16* q = s; q < stop;) {
-    U16 u = *q++;
-    if (g_mode == Mode::Subst && (is_high(u) || is_low(u))) {
-      if (is_high(u) && q < stop && is_low(*q)) {
-        *d++ = u;
-        u = *q++;
-      } else {
-        u = static_cast<U16>(g_subst);
-      }
-    }
-    *d++ = u;
-  }
-  if (rc == 0 && limit < se) rc = rscpeDestOverflow;
-  *in = reinterpret_cast<const Byte*>(stop);
-  *out = reinterpret_cast<Byte*>(d);
-  return rc;
-}
-
-// UCS-4 in subst mode: a value with bit 31 set becomes the substitute.
-template <bool Swap>
-rscpStatus ucs4_subst(const U4** s, const U4* se, rscpUtf8** d, rscpUtf8* de) {
-  for (;;) {
-    const rscpStatus rc = Swap ? U4nSwToUtf8n(s, se, d, de) : U4nToUtf8n(s, se, d, de);
-    if (rc != rscpeIllegal) return rc;
-    const U16 sub[1] = {static_cast<U16>(g_subst)};
-    const U16* ss = sub;
-    if (Utf16nToUtf8n(&ss, sub + 1, d, de) != 0) return rscpeDestOverflow;
-    ++*s;
-  }
-}
-
-rscpStatus to_ascii(const U16** s, const U16* se, char** d, char* de) {
-  const int32_t n = static_cast<int32_t>(std::min(se - *s, de - *d));
-  rscpStatus rc = 0;
-  int32_t done = n;
-  if (g_mode == Mode::Strict) {
-    if (UcnToA7nCheck(*d, *s, n)) {
-      done = 0;
-      while ((*s)[done] < 0x80) ++done;
-      rc = rscpeIllegal;
-    }
-  } else if (g_mode == Mode::Subst) {
-    UcnToA7nSubst(*d, *s, n, static_cast<unsigned char>(g_subst < 0x80 ? g_subst : '#'));
-  } else {
-    UcnToA7n(*d, *s, n);
-  }
-  *s += done, *d += done;
-  return rc ? rc : (*s < se ? rscpeDestOverflow : 0);
-}
-
-rscpStatus to_ebcdic(const U16** s, const U16* se, Byte** d, Byte* de) {
-  const int32_t n = static_cast<int32_t>(std::min(se - *s, de - *d));
-  rscpStatus rc = 0;
-  int32_t done = n;
-  if (g_mode == Mode::Strict) {
-    if (UcnToE8nCheck(*d, *s, n)) {
-      done = 0;
-      while ((*s)[done] <= 0xFF) ++done;
-      rc = rscpeIllegal;
-    }
-  } else if (g_mode == Mode::Subst) {
-    UcnToE8nSubst(*d, *s, n, static_cast<U16>(g_subst));
-  } else {
-    UcnToE8n(*d, *s, n);
-  }
-  *s += done, *d += done;
-  return rc ? rc : (*s < se ? rscpeDestOverflow : 0);
-}
-
-// UTF-8 -> UTF-16 for the current mode: strict rejects encoded surrogates
-// as iconv does; subst replaces everything, the cut last character included.
-rscpStatus utf8_in(const rscpUtf8** s, const rscpUtf8* se, U16** d, U16* de) {
-  switch (g_mode) {
-    case Mode::Strict: return Utf8nToUtf16nSubstStrict(s, se, d, de, nullptr, nullptr);
-    case Mode::Subst: return Utf8nToUtf16nBase(s, se, d, de, &g_subst, nullptr, 3, 1);
-    default: return Utf8nToUtf16nGD(s, se, d, de);
-  }
-}
-rscpStatus utf8_out(const U16** s, const U16* se, rscpUtf8** d, rscpUtf8* de) {
-  switch (g_mode) {
-    case Mode::Strict: return Utf16nToUtf8n(s, se, d, de);
-    case Mode::Subst: return Utf16nToUtf8nSubst(s, se, d, de, g_subst);
-    default: return Utf16nToUtf8nGD(s, se, d, de);
-  }
-}
-template <bool Swap>
-rscpStatus ucs2_out(const rscpUtf8** s, const rscpUtf8* se, U16** d, U16* de) {
-  const uint32_t* sub = g_mode == Mode::Subst ? &g_subst : nullptr;
-  if (g_mode == Mode::Trust) return Swap ? Utf8nToU2nSwGD(s, se, d, de) : Utf8nToU2nGD(s, se, d, de);
-  return Swap ? Utf8nToU2nSwSubst(s, se, d, de, sub, nullptr) : Utf8nToU2nSubst(s, se, d, de, sub, nullptr);
-}
-template <bool Swap>
-rscpStatus ucs4_out(const rscpUtf8** s, const rscpUtf8* se, U4** d, U4* de) {
-  const uint32_t* sub = g_mode == Mode::Subst ? &g_subst : nullptr;
-  if (g_mode == Mode::Trust) return Swap ? Utf8nToU4nSwGD(s, se, d, de) : Utf8nToU4nGD(s, se, d, de);
-  return Swap ? Utf8nToU4nSwSubst(s, se, d, de, sub, nullptr) : Utf8nToU4nSubst(s, se, d, de, sub, nullptr);
-}
-template <bool Swap>
-rscpStatus ucs4_in(const U4** s, const U4* se, rscpUtf8** d, rscpUtf8* de) {
-  switch (g_mode) {
-    case Mode::Strict: return Swap ? U4nSwToUtf8n(s, se, d, de) : U4nToUtf8n(s, se, d, de);
-    case Mode::Subst: return ucs4_subst<Swap>(s, se, d, de);
-    default: return Swap ? U4nSwToUtf8nGD(s, se, d, de) : U4nToUtf8nGD(s, se, d, de);
-  }
-}
-
-const Step kUtf8In{STEP(rscpUtf8, U16, utf8_in(s, se, d, de)), 2, nullptr};
-const Step kUtf8Out{STEP(U16, rscpUtf8, utf8_out(s, se, d, de)), 2, nullptr};
-const Step kSwap16{per_unit<U16, U16, swap16>, 1, nullptr};
-const Step kCopy16{per_unit<U16, U16, copy16>, 1, nullptr};
-const Step kCheck16{check_utf16, 1, nullptr};
-
-struct Encoding {
-  const char* name;
-  int unit;                       // bytes per code unit of the encoding
-  bool utf8, utf16;               // how a block is cut before a partial character
-  std::vector<Step> in, out;      // to and from UTF-16 in host order
-};
-
-const char kNotAscii[] = "byte is not 7-bit ASCII";
-const char kNoAscii[] = "character cannot be written in ascii";
-const char kNoEbcdic[] = "character cannot be written in ebcdic";
-
-std::vector<Encoding> encodings() {
-  return {
-      {"utf-8", 1, true, false, {kUtf8In}, {kUtf8Out}},
-      {"utf-16le", 2, false, true, {kCheck16}, {kCopy16}},
-      {"utf-16be", 2, false, true, {kSwap16, kCheck16}, {kSwap16}},
-      {"ucs-2le",
-       2,
-       false,
-       false,
-       {{STEP(U16, rscpUtf8, U2nToUtf8n(s, se, d, de)), 2, nullptr}, kUtf8In},
-       {kUtf8Out, {STEP(rscpUtf8, U16, ucs2_out<false>(s, se, d, de)), 2, nullptr}}},
-      {"ucs-2be",
-       2,
-       false,
-       false,
-       {{STEP(U16, rscpUtf8, U2nSwToUtf8n(s, se, d, de)), 2, nullptr}, kUtf8In},
-       {kUtf8Out, {STEP(rscpUtf8, U16, ucs2_out<true>(s, se, d, de)), 2, nullptr}}},
-      {"ucs-4le",
-       4,
-       false,
-       false,
-       {{STEP(U4, rscpUtf8, ucs4_in<false>(s, se, d, de)), 2, nullptr}, kUtf8In},
-       {kUtf8Out, {STEP(rscpUtf8, U4, ucs4_out<false>(s, se, d, de)), 4, nullptr}}},
-      {"ucs-4be",
-       4,
-       false,
-       false,
-       {{STEP(U4, rscpUtf8, ucs4_in<true>(s, se, d, de)), 2, nullptr}, kUtf8In},
-       {kUtf8Out, {STEP(rscpUtf8, U4, ucs4_out<true>(s, se, d, de)), 4, nullptr}}},
-      {"ascii",
-       1,
-       false,
-       false,
-       {{per_unit<Byte, U16, ascii_in>, 2, kNotAscii}},
-       {{STEP(U16, char, to_ascii(s, se, d, de)), 1, kNoAscii}}},
-      {"ebcdic",
-       1,
-       false,
-       false,
-       {{per_unit<Byte, U16, ebcdic_in>, 2, nullptr}},
-       {{STEP(U16, Byte, to_ebcdic(s, se, d, de)), 1, kNoEbcdic}}},
-  };
-}
-
-// ---- the block pipeline ----
-struct Failure {
-  rscpStatus status;
-  std::string msg;
-  std::size_t offset;  // in the block
-};
-
-struct Pipeline {
-  std::vector<Step> steps;
-  std::vector<std::vector<Byte>> bufs;  // bufs[0] input, bufs[i + 1] output of step i
-  std::vector<std::size_t> lens;
-
-  Pipeline(std::vector<Step> s, std::size_t inCap) : steps(std::move(s)), bufs(steps.size() + 1), lens(bufs.size()) {
-    std::size_t cap = inCap;
-    bufs[0].resize(cap + 8);
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-      cap = cap * static_cast<std::size_t>(steps[i].expand) + 16;
-      bufs[i + 1].resize(cap);
-    }
-  }
-  Byte* input() { return bufs[0].data(); }
-
-  rscpStatus run_step(std::size_t i, std::size_t inLen, std::size_t outLimit, std::size_t* used, std::size_t* made) {
-    const Byte* in = bufs[i].data();
-    Byte* out = bufs[i + 1].data();
-    const rscpStatus rc = steps[i].fn(&in, bufs[i].data() + inLen, &out, bufs[i + 1].data() + outLimit);
-    *used = static_cast<std::size_t>(in - bufs[i].data());
-    *made = static_cast<std::size_t>(out - bufs[i + 1].data());
-    return rc;
-  }
-
-  // Runs the block of n input bytes; the result is in output()/outLen().
-  // On bad input reports the earliest failure in source order.
-  bool run(std::size_t n, Failure* fail) {
-    lens[0] = n;
-    bool failed = false;
-    std::size_t failStep = 0, failPos = 0;
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-      g_report = {};
-      std::size_t used = 0, made = 0;
-      const rscpStatus rc = run_step(i, lens[i], bufs[i + 1].size(), &used, &made);
-      lens[i + 1] = made;
-      if (rc != 0) {  // later failures lie before earlier ones in the source
-        failed = true;
-        failStep = i, failPos = used;
-        fail->status = g_report.status ? g_report.status : rc;
-        fail->msg = g_report.status ? g_report.msg : steps[i].ownMsg ? steps[i].ownMsg : "conversion stopped";
-      }
-    }
-    if (!failed) return true;
-    // Map the position back through the earlier steps: rerun each with its
-    // output limited to the good prefix; it stops at the matching input.
-    std::size_t pos = failPos;
-    for (std::size_t i = failStep; i-- > 0;) {
-      std::size_t used = 0, made = 0;
-      run_step(i, lens[i], pos, &used, &made);
-      pos = used;
-    }
-    fail->offset = pos;
-    return false;
-  }
-  const Byte* output() const { return bufs.back().data(); }
-  std::size_t outLen() const { return lens.back(); }
-};
-
-// Bytes at the end of a block that start a character it does not hold whole.
-std::size_t partial_tail(const Encoding& e, const Byte* p, std::size_t n) {
-  if (e.utf8) {
-    for (std::size_t back = 1; back <= 6 && back <= n; ++back) {
-      const Byte b = p[n - back];
-      if (b < 0x80) return 0;
-      if (b >= 0xC0) {
-        const std::size_t need = b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF8 ? 4 : b < 0xFC ? 5 : b < 0xFE ? 6 : 1;
-        return need > back ? back : 0;
-      }
-    }
-    return 0;
-  }
-  std::size_t cut = n % static_cast<std::size_t>(e.unit);
-  if (e.utf16 && n - cut >= 2) {
-    U16 last;
-    std::memcpy(&last, p + n - cut - 2, 2);
-    if (std::strcmp(e.name, "utf-16be") == 0) last = static_cast<U16>(__builtin_bswap16(last));
-    if (last >= 0xD800 && last <= 0xDBFF) cut += 2;
-  }
-  return cut;
-}
-
-int usage_error(const char* what) {
-  std::fprintf(stderr, "nuvconv: %s\nTry 'nuvconv --help'.\n", what);
+int usage_error(const std::string& what) {
+  std::fprintf(stderr, "nuvconv: %s\nTry 'nuvconv --help'.\n", what.c_str());
   return 2;
 }
 
-const Encoding* find(const std::vector<Encoding>& all, const char* name) {
-  for (const auto& e : all)
-    if (strcasecmp(e.name, name) == 0) return &e;
-  return nullptr;
+int io_error(const char* name, int err) {
+  std::fprintf(stderr, "nuvconv: %s: %s\n", name, std::strerror(err));
+  return 2;
+}
+
+bool is_hex(char c) { return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'f'); }
+
+// U+XXXX or XXXX: one to six hex digits and nothing else (no sign, blank or 0x).
+bool parse_subst(const char* arg, uint32_t* out) {
+  if ((arg[0] == 'U' || arg[0] == 'u') && arg[1] == '+') arg += 2;
+  const std::size_t n = std::strlen(arg);
+  if (n == 0 || n > 6) return false;
+  uint32_t v = 0;
+  for (const char* p = arg; *p; ++p) {
+    if (!is_hex(*p)) return false;
+    v = v * 16 + static_cast<uint32_t>(*p <= '9' ? *p - '0' : (*p | 0x20) - 'a' + 10);
+  }
+  if (v > 0xFFFF || (v >= 0xD800 && v <= 0xDFFF)) return false;
+  *out = v;
+  return true;
+}
+
+bool parse_size(const char* arg, std::size_t* out) {
+  if (!*arg || std::strlen(arg) > 10) return false;
+  uint64_t v = 0;
+  for (const char* p = arg; *p; ++p) {
+    if (*p < '0' || *p > '9') return false;
+    v = v * 10 + static_cast<uint64_t>(*p - '0');
+  }
+  if (v < nuvconv::kMinBlock || v > nuvconv::kMaxBlock) return false;
+  *out = static_cast<std::size_t>(v);
+  return true;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const char* from = nullptr;
-  const char* to = nullptr;
-  std::size_t block = 65536;
+  nuvconv::Options opt;
+  bool haveFrom = false, haveTo = false;
   static const option kLong[] = {{"help", no_argument, nullptr, 'h'},   {"strict", no_argument, nullptr, 'S'},
                                  {"subst", optional_argument, nullptr, 'U'}, {"trust", no_argument, nullptr, 'T'},
                                  {"buffer-size", required_argument, nullptr, 'B'}, {nullptr, 0, nullptr, 0}};
-  for (int c; (c = getopt_long(argc, argv, "f:t:h", kLong, nullptr)) != -1;) {
+  opterr = 0;  // one message per mistake: ours
+  for (int c; (c = getopt_long(argc, argv, ":f:t:h", kLong, nullptr)) != -1;) {
     switch (c) {
-      case 'f': from = optarg; break;
-      case 't': to = optarg; break;
+      case 'f': opt.from = optarg, haveFrom = true; break;
+      case 't': opt.to = optarg, haveTo = true; break;
       case 'h': std::fputs(kHelp, stdout); return 0;
-      case 'S': g_mode = Mode::Strict; break;
-      case 'T': g_mode = Mode::Trust; break;
+      case 'S': opt.mode = nuvconv::Mode::Strict; break;
+      case 'T': opt.mode = nuvconv::Mode::Trust; break;
       case 'U':
-        g_mode = Mode::Subst;
-        if (optarg) {
-          char* end = nullptr;
-          const char* hex = (optarg[0] == 'U' || optarg[0] == 'u') && optarg[1] == '+' ? optarg + 2 : optarg;
-          const unsigned long v = std::strtoul(hex, &end, 16);
-          if (!*hex || *end || v > 0xFFFF || (v >= 0xD800 && v <= 0xDFFF))
-            return usage_error("--subst takes a BMP character other than a surrogate, as U+XXXX");
-          g_subst = static_cast<uint32_t>(v);
-        }
+        opt.mode = nuvconv::Mode::Subst;
+        if (optarg && !parse_subst(optarg, &opt.subst))
+          return usage_error("--subst takes a BMP character other than a surrogate, as U+XXXX");
         break;
-      case 'B': {
-        char* end = nullptr;
-        const unsigned long v = std::strtoul(optarg, &end, 10);
-        if (*end || v < 8 || v > (1ul << 30)) return usage_error("--buffer-size takes a number from 8 to 2^30");
-        block = v;
+      case 'B':
+        if (!parse_size(optarg, &opt.block)) return usage_error("--buffer-size takes a number from 8 to 2^30");
         break;
-      }
-      default: return usage_error("unknown option");
+      case ':': return usage_error(std::string("option '") + argv[optind - 1] + "' needs an argument");
+      default:
+        return usage_error(optopt ? std::string("unknown option '-") + static_cast<char>(optopt) + "'"
+                                  : std::string("unknown option '") + argv[optind - 1] + "'");
     }
   }
-  if (!from || !to) return usage_error("both -f FROM and -t TO are needed");
+  if (!haveFrom || !haveTo) return usage_error("both -f FROM and -t TO are needed");
   if (argc - optind > 2) return usage_error("too many arguments");
-  const auto all = encodings();
-  const Encoding* src = find(all, from);
-  const Encoding* dst = find(all, to);
-  if (!src || !dst) return usage_error("unknown encoding (see --help for the list)");
+  for (const std::string* name : {&opt.from, &opt.to})
+    if (!nuvconv::known_encoding(*name))
+      return usage_error("unknown encoding '" + *name + "' (known: " + nuvconv::encoding_names() + ")");
 
   const char* inName = optind < argc ? argv[optind] : "-";
   const char* outName = optind + 1 < argc ? argv[optind + 1] : "-";
-  FILE* in = std::strcmp(inName, "-") == 0 ? stdin : std::fopen(inName, "rb");
-  if (!in) {
-    std::fprintf(stderr, "nuvconv: %s: %s\n", inName, std::strerror(errno));
-    return 2;
-  }
-  FILE* out = std::strcmp(outName, "-") == 0 ? stdout : std::fopen(outName, "wb");
-  if (!out) {
-    std::fprintf(stderr, "nuvconv: %s: %s\n", outName, std::strerror(errno));
-    return 2;
-  }
-  rscpSetHook_rscpe__error(remember);
+  const bool inStd = std::strcmp(inName, "-") == 0, outStd = std::strcmp(outName, "-") == 0;
+  FILE* in = inStd ? stdin : std::fopen(inName, "rb");
+  if (!in) return io_error(inName, errno);
+  struct stat si{}, so{};
+  if (!outStd && fstat(fileno(in), &si) == 0 && S_ISREG(si.st_mode) && stat(outName, &so) == 0 &&
+      si.st_dev == so.st_dev && si.st_ino == so.st_ino)
+    return usage_error(std::string(outName) + ": is the input as well; nothing was written");
 
-  std::vector<Step> chain = src->in;
-  chain.insert(chain.end(), dst->out.begin(), dst->out.end());
-  Pipeline pipe(chain, block + 8);
-  Byte* buf = pipe.input();
-  std::size_t carry = 0, base = 0;  // bytes carried over; source offset of buf[0]
+  FILE* out = outStd ? stdout : nullptr;
+  const nuvconv::Reader read = [in](unsigned char* p, std::size_t cap) -> long {
+    const std::size_t got = std::fread(p, 1, cap, in);
+    return std::ferror(in) ? -1 : static_cast<long>(got);
+  };
+  const nuvconv::Writer write = [&out, outName](const unsigned char* p, std::size_t n) {
+    if (!out && !(out = std::fopen(outName, "wb"))) return false;
+    return std::fwrite(p, 1, n, out) == n;
+  };
+  const nuvconv::Outcome r = nuvconv::convert(opt, read, write);
   int status = 0;
-  for (bool final = false; !final;) {
-    const std::size_t got = std::fread(buf + carry, 1, block, in);
-    if (std::ferror(in)) {
-      std::fprintf(stderr, "nuvconv: %s: %s\n", inName, std::strerror(errno));
-      return 2;
-    }
-    final = got < block;
-    const std::size_t avail = carry + got;
-    std::size_t tail = partial_tail(*src, buf, avail);
-    if (final) tail = src->utf8 ? 0 : avail % static_cast<std::size_t>(src->unit);  // converters judge the rest
-    const std::size_t n = avail - tail;
-    Failure fail{};
-    const bool ok = pipe.run(n, &fail);
-    if (std::fwrite(pipe.output(), 1, pipe.outLen(), out) != pipe.outLen()) {
-      std::fprintf(stderr, "nuvconv: %s: %s\n", outName, std::strerror(errno));
-      return 2;
-    }
-    if (!ok) {
-      std::fprintf(stderr, "nuvconv: %s: byte offset %zu: %s (status 0x%X)\n", inName, base + fail.offset,
-                   fail.msg.c_str(), static_cast<unsigned>(fail.status));
+  switch (r.end) {
+    case nuvconv::End::Done: break;
+    case nuvconv::End::BadInput:
+      std::fprintf(stderr, "nuvconv: %s: byte offset %llu: %s (status 0x%X)\n", inName,
+                   static_cast<unsigned long long>(r.offset), r.msg.c_str(), static_cast<unsigned>(r.status));
       status = 1;
       break;
-    }
-    if (final && tail) {  // a unit cut by the end of the input
-      if (g_mode == Mode::Strict) {
-        std::fprintf(stderr, "nuvconv: %s: byte offset %zu: %s (status 0x%X)\n", inName, base + n,
-                     "source exhausted within a char", static_cast<unsigned>(rscpeSrcExhausted));
-        status = 1;
-        break;
-      }
-      if (g_mode == Mode::Subst) {  // the substitute, written through the target steps
-        Pipeline last(dst->out, 8);
-        const U16 sub = static_cast<U16>(g_subst);
-        std::memcpy(last.input(), &sub, 2);
-        if (last.run(2, &fail)) std::fwrite(last.output(), 1, last.outLen(), out);
-      }
-    }
-    std::memmove(buf, buf + n, tail);
-    carry = tail;
-    base += n;
+    case nuvconv::End::ReadError: return io_error(inName, r.err);
+    case nuvconv::End::WriteError: return io_error(outName, r.err);
+    case nuvconv::End::Unknown: return usage_error("unknown encoding");
+    case nuvconv::End::NoMemory:
+      std::fprintf(stderr, "nuvconv: not enough memory for blocks of %zu bytes\n", opt.block);
+      return 2;
   }
-  if (std::fflush(out) != 0) {
-    std::fprintf(stderr, "nuvconv: %s: %s\n", outName, std::strerror(errno));
-    return 2;
-  }
-  if (out != stdout) std::fclose(out);
+  if (out && std::fflush(out) != 0) return io_error(outName, errno);
+  if (out && out != stdout && std::fclose(out) != 0) return io_error(outName, errno);
   if (in != stdin) std::fclose(in);
   return status;
 }

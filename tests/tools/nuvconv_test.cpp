@@ -2,15 +2,20 @@
 // through blocks much smaller and much larger than the text, and its
 // reports on bad input in each mode.
 #include <gtest/gtest.h>
-#include <iconv.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
+
+#include "nuvconv_pipeline.h"
+#include "support/iconv_peer.h"
 
 namespace {
 
@@ -50,19 +55,6 @@ class Tool : public ::testing::Test {
   }
 };
 
-bool iconv_to(const char* to, const char* from, const std::string& in, std::string& out) {
-  iconv_t cd = iconv_open(to, from);
-  if (cd == reinterpret_cast<iconv_t>(-1)) return false;
-  out.assign(in.size() * 4 + 16, '\0');
-  char* ip = const_cast<char*>(in.data());
-  char* op = out.data();
-  std::size_t il = in.size(), ol = out.size();
-  const bool ok = iconv(cd, &ip, &il, &op, &ol) != static_cast<std::size_t>(-1);
-  iconv_close(cd);
-  out.resize(out.size() - ol);
-  return ok;
-}
-
 struct Enc {
   const char* ours;
   const char* peer;
@@ -95,9 +87,10 @@ std::u32string random_text(std::mt19937& rng, std::size_t n, const Enc& a, const
 }
 
 std::string encode(const Enc& e, const std::u32string& text) {
-  std::string in(reinterpret_cast<const char*>(text.data()), text.size() * 4), out;
-  EXPECT_TRUE(iconv_to(e.peer, "UTF-32LE", in, out)) << e.peer;
-  return out;
+  const auto r =
+      nuvtest::iconv_peer(e.peer, "UTF-32LE", {reinterpret_cast<const char*>(text.data()), text.size() * 4});
+  EXPECT_TRUE(r.ok) << e.peer;
+  return r.out;
 }
 
 TEST_F(Tool, AgreesWithIconvOnEveryPairThroughSmallBlocks) {
@@ -138,6 +131,8 @@ struct BadCase {
   std::string err;  // expected to be contained in stderr
 };
 
+void PrintTo(const BadCase& c, std::ostream* os) { *os << c.name; }
+
 class BadInput : public Tool, public ::testing::WithParamInterface<BadCase> {};
 
 TEST_P(BadInput, ReportsAsStated) {
@@ -150,6 +145,7 @@ TEST_P(BadInput, ReportsAsStated) {
 
 using namespace std::string_literals;
 const std::string k100(100, 'a');
+const std::string kBeyondAt2 = "byte offset 2: UTF-8 beyond UTF-32 (status 0x800)";
 std::string le16(const std::string& ascii) {
   std::string s;
   for (char c : ascii) s += c, s += '\0';
@@ -193,16 +189,137 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"subst_cut_end", "-f utf-8 -t utf-16le --subst=U+23", "a\xE2\x82", 0, le16("a##"), ""},
         BadCase{"subst_ascii", "-f utf-8 -t ascii --subst", "\xC3\xA9x", 0, "#x", ""},
         BadCase{"trust_passes_lone", "-f utf-16le -t utf-8 --trust", "\0\xDC"s, 0, "\xED\xB0\x80", ""},
-        BadCase{"unknown_encoding", "-f klingon -t utf-8", "", 2, "", "unknown encoding"},
-        BadCase{"bad_subst", "-f utf-8 -t utf-8 --subst=U+D800", "", 2, "", "--subst takes"}),
+        BadCase{"unknown_encoding", "-f klingon -t utf-8", "", 2, "", "unknown encoding 'klingon'"},
+        BadCase{"bad_subst", "-f utf-8 -t utf-8 --subst=U+D800", "", 2, "", "--subst takes"},
+        BadCase{"subst_blank", "-f utf-8 -t utf-8 '--subst= 41'", "", 2, "", "--subst takes"},
+        BadCase{"subst_sign", "-f utf-8 -t utf-8 --subst=+41", "", 2, "", "--subst takes"},
+        BadCase{"subst_0x", "-f utf-8 -t utf-8 --subst=0x41", "", 2, "", "--subst takes"},
+        BadCase{"beyond_f4", "-f utf-8 -t utf-16le", "ab\xF4\x90\x80\x80" "cd", 1, le16("ab"), kBeyondAt2},
+        BadCase{"beyond_f5", "-f utf-8 -t utf-16le", "ab\xF5\x80\x80\x80" "cd", 1, le16("ab"), kBeyondAt2},
+        BadCase{"beyond_5byte", "-f utf-8 -t ucs-4le", "ab\xF8\x88\x80\x80\x80", 1, "a\0\0\0b\0\0\0"s, kBeyondAt2},
+        BadCase{"beyond_6byte", "-f utf-8 -t utf-8", "ab\xFC\x84\x80\x80\x80\x80", 1, "ab", kBeyondAt2},
+        BadCase{"follow_up_at_block_end", "-f utf-8 -t utf-16le", std::string(65531, 'a') + "\xE2\x41\xF0\x9F\x98\x80",
+                1, le16(std::string(65531, 'a')), "byte offset 65531: illegal follow-up byte (status 0x800)"},
+        BadCase{"trust_pair_across_blocks", "-f ucs-4le -t utf-8 --trust --buffer-size=8",
+                "a\0\0\0\x3D\xD8\0\0\0\xDE\0\0b\0\0\0"s, 0, "a\xF0\x9F\x98\x80" "b", ""},
+        BadCase{"trust_cut_at_end", "-f utf-8 -t utf-16le --trust", "a\xE2\x82", 1, le16("a"), "exhausted"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(Tool, HelpDocumentsTheModes) {
   const std::string cmd = kTool + " --help > " + dir + "/help";
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   const std::string help = slurp(dir + "/help");
-  for (const char* word : {"Usage: nuvconv -f FROM -t TO", "--strict", "--subst", "--trust", "ucs-4be", "ebcdic"})
+  for (const char* word : {"Usage: nuvconv -f FROM -t TO", "--strict", "--subst", "--trust", "ucs-4be", "ebcdic",
+                           "1 stopped on bad input (--strict or --trust"})
     EXPECT_NE(help.find(word), std::string::npos) << word;
+}
+
+TEST_F(Tool, OneMessagePerUsageMistake) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"--bogus -f utf-8 -t utf-8", "unknown option '--bogus'"},
+      {"-x -f utf-8 -t utf-8", "unknown option '-x'"},
+      {"-f utf-8 -t utf-8 --buffer-size=7", "--buffer-size takes a number from 8 to 2^30"},
+      {"-f utf-8 -t utf-9", "unknown encoding 'utf-9' (known: utf-8, utf-16le, utf-16be, ucs-2le, ucs-2be, ucs-4le, "
+                            "ucs-4be, ascii, ebcdic)"}};
+  for (const auto& [args, msg] : kCases) {
+    const Result r = run(args, "");
+    EXPECT_EQ(r.exit, 2) << args;
+    EXPECT_EQ(r.err, "nuvconv: " + std::string(msg) + "\nTry 'nuvconv --help'.\n");
+  }
+}
+
+// An unreadable input (a directory, a missing file, the output itself)
+// leaves the output file as it was.
+TEST_F(Tool, KeepsTheOutputWhenTheInputCannotBeRead) {
+  for (const std::string& input : {dir, dir + "/missing", dir + "/out"}) {
+    std::ofstream(dir + "/out") << "precious";
+    const int rc = std::system((kTool + " -f utf-8 -t utf-16le " + input + " " + dir + "/out 2>/dev/null").c_str());
+    EXPECT_EQ(WEXITSTATUS(rc), 2) << input;
+    EXPECT_EQ(slurp(dir + "/out"), "precious") << input;
+  }
+}
+
+// ---- the converter chain in-process: output, end, message, status, offset ----
+using Answer = std::tuple<std::string, int, std::string, rscpStatus, uint64_t>;
+
+Answer convert(const Enc& from, const Enc& to, nuvconv::Mode mode, std::size_t block, const std::string& in) {
+  std::string out;
+  std::size_t pos = 0;
+  const auto read = [&](unsigned char* p, std::size_t cap) -> long {
+    const std::size_t n = std::min(cap, in.size() - pos);
+    return std::memcpy(p, in.data() + pos, n), pos += n, static_cast<long>(n);
+  };
+  const auto write = [&](const unsigned char* p, std::size_t n) {
+    return out.append(reinterpret_cast<const char*>(p), n), true;
+  };
+  const auto r = nuvconv::convert({from.ours, to.ours, mode, '#', block}, read, write);
+  return {out, static_cast<int>(r.end), r.msg, r.status, r.offset};
+}
+
+// Text in the encoding with bad pieces spliced in, mostly on unit bounds.
+std::string hostile(std::mt19937& rng, const Enc& e) {
+  const std::size_t unit = e.peer[1] == 'C' ? e.peer[3] - '0' : e.peer[4] == '1' ? 2 : 1;
+  static const std::vector<std::string> kBad8 = {"\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80",
+                                                 "\xE2\x41", "\xC0\x80", "\xED\xA0\x80", "\xE2\x82", "\x80", "\xFF"};
+  static const std::vector<std::string> kBad16 = {"\x00\xD8", "\x00\xDC", "\x3D\xD8\x00\xDE", std::string(40, '\xD9')};
+  static const std::vector<std::string> kBad32 = {"\0\0\x11\0"s, "\0\0\0\x80"s, "\0\0\0\xFC"s, "\0\xD8\0\0"s,
+                                                  "\x3D\xD8\0\0\0\xDE\0\0"s};
+  const auto& bad = unit == 1 ? kBad8 : unit == 2 ? kBad16 : kBad32;
+  std::string s = encode(e, random_text(rng, 10 + rng() % 60, e, e));
+  for (int k = rng() % 4; k-- > 0;) {
+    std::string piece = rng() % 4 ? bad[rng() % bad.size()] : std::string(1 + rng() % 3, static_cast<char>(rng()));
+    if (std::strstr(e.peer, "BE"))  // the pieces are little-endian
+      for (std::size_t i = 0; i + unit <= piece.size(); i += unit) std::reverse(&piece[i], &piece[i + unit]);
+    const std::size_t at = rng() % (s.size() + 1);
+    s.insert(rng() % 8 ? at - at % unit : at, piece);
+  }
+  return s;
+}
+
+// Where glibc's answer is a different one by design: its UCS-4 takes any
+// 31-bit value, surrogates included (so from UTF-8 it takes values past
+// U+10FFFF and 5- and 6-byte forms), and its IBM500 has C1 controls where
+// our EBCDIC page has blanks.
+bool peer_differs(const Enc& from, const Enc& to, const std::string& in) {
+  const bool u8ToU4 = !std::strncmp(to.ours, "ucs-4", 5) && !std::strcmp(from.ours, "utf-8");
+  for (std::size_t i = 0; u8ToU4 && i + 1 < in.size(); ++i)
+    if ((in[i] & 0xFF) - 0xF5u <= 0xFD - 0xF5 || ((in[i] & 0xFF) == 0xF4 && (in[i + 1] & 0xFF) >= 0x90)) return true;
+  for (std::size_t i = 0, v = 0; i + 4 <= in.size() && std::strncmp(from.ours, "ucs-4", 5) == 0; i += 4) {
+    for (int k = 0; k < 4; ++k) v = v << 8 | (in[i + (std::strstr(from.peer, "BE") ? k : 3 - k)] & 0xFF);
+    if ((v &= 0xFFFFFFFF) > 0x10FFFF || (v >= 0xD800 && v <= 0xDFFF)) return true;
+  }
+  if (std::strcmp(from.ours, "ebcdic") != 0 && std::strcmp(to.ours, "ebcdic") != 0) return false;
+  const std::string u32 = nuvtest::iconv_peer("UTF-32LE", from.peer, in).out;
+  for (std::size_t i = 0; i + 4 <= u32.size(); i += 4)
+    if (static_cast<unsigned char>(u32[i]) - 0x80u < 0x20 && u32[i + 1] == 0 && u32[i + 2] == 0) return true;
+  return false;
+}
+
+// Every block size from the smallest up gives the answer of one block
+// holding it all; in strict mode that answer is iconv's where iconv's is
+// defined the same way (both convert, or both stop at one offset).
+TEST(Pipeline, AnswerDoesNotDependOnTheBlockSize) {
+  std::mt19937 rng(20261123);
+  int agreeOk = 0, agreeStop = 0;
+  for (const Enc& from : kEncs)
+    for (const Enc& to : kEncs)
+      for (const nuvconv::Mode mode : {nuvconv::Mode::Strict, nuvconv::Mode::Subst, nuvconv::Mode::Trust})
+        for (int n = 0; n < 10; ++n) {
+          const std::string in = hostile(rng, from);
+          const Answer ref = convert(from, to, mode, in.size() + nuvconv::kMinBlock, in);
+          const std::string what = std::string(from.ours) + " -> " + to.ours + " mode " +
+                                   std::to_string(static_cast<int>(mode)) + " input " + ::testing::PrintToString(in);
+          for (std::size_t block = nuvconv::kMinBlock; block <= 300; ++block)
+            ASSERT_EQ(convert(from, to, mode, block, in), ref) << what << " block " << block;
+          const nuvtest::IconvResult peer = nuvtest::iconv_peer(to.peer, from.peer, in);
+          if (mode != nuvconv::Mode::Strict || peer_differs(from, to, in)) continue;
+          EXPECT_EQ(peer.ok, std::get<1>(ref) == static_cast<int>(nuvconv::End::Done)) << what << std::get<2>(ref);
+          if (!peer.ok) EXPECT_EQ(peer.stop, std::get<4>(ref)) << what << ": " << std::get<2>(ref);
+          EXPECT_EQ(std::get<0>(ref), peer.out) << what;
+          ++(peer.ok ? agreeOk : agreeStop);
+        }
+  EXPECT_GT(agreeOk, 20);
+  EXPECT_GT(agreeStop, 20);
 }
 
 }  // namespace
