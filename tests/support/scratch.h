@@ -1,0 +1,56 @@
+// A scratch folder removed at the end of a test, and running a command to
+// capture its output and exit status.
+#pragma once
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace nuvtest {
+
+struct ScratchDir {
+  std::string path;
+  ScratchDir() {
+    char tmpl[] = "/tmp/nuvtest.XXXXXX";
+    if (mkdtemp(tmpl)) path = tmpl;
+  }
+  ~ScratchDir() {
+    if (!path.empty()) std::system(("rm -rf '" + path + "'").c_str());
+  }
+  std::string operator/(const std::string& name) const { return path + "/" + name; }
+};
+
+inline void write_file(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline std::string read_file(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  std::stringstream ss;
+  ss << f.rdbuf();
+  return ss.str();
+}
+
+struct CommandResult {
+  int exit = -1;  // -1 when it did not end normally
+  std::string out;  // standard output and standard error
+};
+
+inline CommandResult run_command(const std::string& cmd) {
+  CommandResult r;
+  FILE* p = popen((cmd + " 2>&1").c_str(), "r");
+  if (!p) return r;
+  char buf[4096];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+  const int st = pclose(p);
+  r.exit = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  return r;
+}
+
+}  // namespace nuvtest
