@@ -32,15 +32,15 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libnuvucum${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "UTF-16 C runtime over UTF-8 streams (shared library)\n The string, printf, scanf, stream and conversion functions of the C runtime\n for programs that hold their text in UTF-16, and the nuvconv converter.")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
+    "UTF-16 C runtime over UTF-8 streams (shared library)\nThe string, printf, scanf, stream and conversion functions of the C runtime\nfor programs that hold their text in UTF-16, and the nuvconv converter.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnuvucum-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libnuvucum${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "UTF-16 C runtime over UTF-8 streams (development files)\n Header, static library, pkg-config file and CMake package of libnuvucum.")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "UTF-16 C runtime over UTF-8 streams (development files)\nHeader, static library, pkg-config file and CMake package of libnuvucum.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 
 include(CPack)
