@@ -58,6 +58,11 @@ struct RecordScan {
 
   void take(const char *p, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) {
+      if (copying < 0 && matched == 0) {  // between records: jump to the next '#'
+        const void *hash = std::memchr(p + i, kMarker[0], n - i);
+        if (!hash) return;
+        i = static_cast<std::size_t>(static_cast<const char *>(hash) - p);
+      }
       const char b = p[i];
       if (copying >= 0) {
         if (b == 0) {
