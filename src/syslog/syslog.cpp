@@ -224,7 +224,7 @@ int SimpleFormatMessage(const NUV_UTF16 *id, NUV_UTF16 *out, int outUnits, const
         while (*close && *close != u'!') ++close;
         t = *close ? close + 1 : close;
       }
-      const NUV_UTF16 *ins = (num >= 1 && inserts) ? inserts[num - 1] : nullptr;
+      const NUV_UTF16 *ins = (num >= 1 && num <= SYSL_INSERTS && inserts) ? inserts[num - 1] : nullptr;
       if (ins)
         while (*ins && n < room) out[n++] = *ins++;
     } else {

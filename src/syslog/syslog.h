@@ -35,6 +35,8 @@ void SyslSetSigActiveCB(int (*insideHandler)(const NUV_UTF16 *id, const NUV_UTF1
 int getseverity(const NUV_UTF16 *id);
 const NUV_UTF16 *getformat(const NUV_UTF16 *id);
 int severitycmp(const void *a, const void *b);
+// inserts: null, or SYSL_INSERTS pointers (each may be null); numbers
+// outside 1 to SYSL_INSERTS insert nothing.
 int SimpleFormatMessage(const NUV_UTF16 *id, NUV_UTF16 *out, int outUnits, const NUV_UTF16 *const *inserts);
 void WriteSyslog(const NUV_UTF16 *id, const NUV_UTF16 *text, int priority);
 
