@@ -1,5 +1,5 @@
-// A scratch folder removed at the end of a test, and running a command to
-// capture its output and exit status.
+// A scratch folder removed at the end of a test; running a command to get
+// its exit status and output; whole-file reads and writes.
 #pragma once
 
 #include <sys/wait.h>
@@ -19,20 +19,16 @@ struct ScratchDir {
     char tmpl[] = "/tmp/nuvtest.XXXXXX";
     if (mkdtemp(tmpl)) path = tmpl;
   }
-  ~ScratchDir() {
-    if (!path.empty()) std::system(("rm -rf '" + path + "'").c_str());
-  }
+  ~ScratchDir() { std::system(("rm -rf '" + path + "'").c_str()); }
   std::string operator/(const std::string& name) const { return path + "/" + name; }
 };
 
 inline void write_file(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
-
 inline std::string read_file(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
   std::stringstream ss;
-  ss << f.rdbuf();
+  ss << std::ifstream(path, std::ios::binary).rdbuf();
   return ss.str();
 }
 
@@ -40,14 +36,12 @@ struct CommandResult {
   int exit = -1;  // -1 when it did not end normally
   std::string out;  // standard output and standard error
 };
-
 inline CommandResult run_command(const std::string& cmd) {
   CommandResult r;
   FILE* p = popen((cmd + " 2>&1").c_str(), "r");
   if (!p) return r;
   char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
   const int st = pclose(p);
   r.exit = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
   return r;
