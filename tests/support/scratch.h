@@ -14,11 +14,8 @@
 namespace nuvtest {
 
 struct ScratchDir {
-  std::string path;
-  ScratchDir() {
-    char tmpl[] = "/tmp/nuvtest.XXXXXX";
-    if (mkdtemp(tmpl)) path = tmpl;
-  }
+  char tmpl[32] = "/tmp/nuvtest.XXXXXX";
+  std::string path = mkdtemp(tmpl) ? tmpl : "/nonexistent";
   ~ScratchDir() { std::system(("rm -rf '" + path + "'").c_str()); }
   std::string operator/(const std::string& name) const { return path + "/" + name; }
 };

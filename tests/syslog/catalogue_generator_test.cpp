@@ -1,5 +1,5 @@
 // The catalogue generator: each kind of bad row is refused with its line
-// number and reason, and no table is written; good rows come out sorted.
+// number and reason, and no table is written.
 #include <gtest/gtest.h>
 
 #include "support/scratch.h"
@@ -37,16 +37,6 @@ TEST(CatalogueGenerator, RefusesEachKindOfBadRow) {
     EXPECT_NE(r.out.substr(at, r.out.find('\n', at) - at).find(bad[i].second), std::string::npos) << bad[i].first;
   }
   EXPECT_NE(generate(dir, "# nothing\n").out.find("no messages"), std::string::npos);
-}
-
-TEST(CatalogueGenerator, SortsRowsAndEscapesText) {
-  nuvtest::ScratchDir dir;
-  ASSERT_EQ(generate(dir, "Z09 1 Security: last\r\nA10 2 Spool: say \"hi\" \\ %% %27!s!\nA00 4 Basis: %1!s!\n").exit, 0);
-  const std::string t = nuvtest::read_file(dir / "out.cpp");
-  const auto a00 = t.find("{u\"A00\", 4, u\"Basis: %1!s!\"}"), z09 = t.find("{u\"Z09\", 1, u\"Security: last\"}");
-  const auto a10 = t.find("{u\"A10\", 2, u\"Spool: say \\\"hi\\\" \\\\ %% %27!s!\"}");
-  EXPECT_TRUE(a00 < a10 && a10 < z09 && z09 < t.find("{u\"\", 0, u\"\"}") && z09 != std::string::npos) << t;
-  EXPECT_NE(t.find("syslog_severity_count = 4;"), std::string::npos);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // every line is captured here and nothing reaches the machine's log; one
 // test forwards them to the C library inside a namespace it makes itself.
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -14,8 +13,6 @@
 #include <cstring>
 #include <random>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "support/scratch.h"
 #include "syslog/syslog.h"
@@ -26,32 +23,28 @@ struct Sent {
   std::string line, ident_now;  // the identity behind openlog's pointer at this call
 };
 std::vector<Sent> g_sent;
-std::vector<std::pair<std::string, int>> g_opened;  // identity, facility (option checked: LOG_PID)
+std::vector<std::pair<std::string, int>> g_opened;  // identity (when the option is LOG_PID), facility
 const char* g_ident = "";
 bool g_real = false;  // forward to the C library
+template <class F>
+F real(const char* name) { return reinterpret_cast<F>(dlsym(RTLD_NEXT, name)); }
 }  // namespace
 
 extern "C" {
 void openlog(const char* ident, int option, int facility) {
-  if (g_real) return reinterpret_cast<void (*)(const char*, int, int)>(dlsym(RTLD_NEXT, "openlog"))(ident, option, facility);
-  g_ident = ident;
-  g_opened.push_back({option == LOG_PID ? ident : "bad option", facility});
+  if (g_real) return real<void (*)(const char*, int, int)>("openlog")(ident, option, facility);
+  g_opened.push_back({option == LOG_PID ? (g_ident = ident) : "bad option", facility});
 }
 void closelog(void) {}
 void vsyslog(int pri, const char* fmt, va_list ap) {
-  if (g_real) return reinterpret_cast<void (*)(int, const char*, va_list)>(dlsym(RTLD_NEXT, "vsyslog"))(pri, fmt, ap);
+  if (g_real) return real<void (*)(int, const char*, va_list)>("vsyslog")(pri, fmt, ap);
   char buf[1024];
   std::vsnprintf(buf, sizeof buf, fmt, ap);
   g_sent.push_back({pri, buf, g_ident});
 }
 void __vsyslog_chk(int pri, int, const char* fmt, va_list ap) { vsyslog(pri, fmt, ap); }
-#define NUV_VA_FORWARD(pri, fmt) \
-  va_list ap;                    \
-  va_start(ap, fmt);             \
-  vsyslog(pri, fmt, ap);         \
-  va_end(ap)
-void syslog(int pri, const char* fmt, ...) { NUV_VA_FORWARD(pri, fmt); }
-void __syslog_chk(int pri, int, const char* fmt, ...) { NUV_VA_FORWARD(pri, fmt); }
+void syslog(int pri, const char* fmt, ...) { va_list ap; va_start(ap, fmt); vsyslog(pri, fmt, ap); va_end(ap); }
+void __syslog_chk(int pri, int, const char* fmt, ...) { va_list ap; va_start(ap, fmt); vsyslog(pri, fmt, ap); va_end(ap); }
 }
 
 namespace {
@@ -238,18 +231,17 @@ TEST(SyslogWire, DatagramOnDevLog) {
   ASSERT_EQ(pipe(fds), 0);
   const pid_t pid = fork();
   if (pid == 0) {
-    const std::string map = "0 " + std::to_string(getuid()) + " 1", gmap = "0 " + std::to_string(getgid()) + " 1";
+    const std::string uid = "0 " + std::to_string(getuid()) + " 1", gid = "0 " + std::to_string(getgid()) + " 1";
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) _exit(77);
     nuvtest::write_file("/proc/self/setgroups", "deny");
-    nuvtest::write_file("/proc/self/uid_map", map), nuvtest::write_file("/proc/self/gid_map", gmap);
+    nuvtest::write_file("/proc/self/uid_map", uid), nuvtest::write_file("/proc/self/gid_map", gid);
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) || mount("none", "/dev", "tmpfs", 0, nullptr)) _exit(77);
     sockaddr_un addr{AF_UNIX, "/dev/log"};
     const int s = socket(AF_UNIX, SOCK_DGRAM, 0);
     if (bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) _exit(1);
     g_real = true;
     SyslInit(U(u"T11"), U(u"42"), U(u"LOG_LOCAL3"), U(u"true"));
-    WriteSyslog(U(u"E0A"), U(u"awp3&b15"), LOG_INFO);
-    WriteSyslog(U(u"A04"), U(u""), LOG_WARNING);
+    WriteSyslog(U(u"E0A"), U(u"awp3&b15"), LOG_INFO), WriteSyslog(U(u"A04"), U(u""), LOG_WARNING);
     char buf[512];
     const ssize_t n = recv(s, buf, sizeof buf, MSG_DONTWAIT);  // a local datagram is queued by now
     _exit(n > 0 && write(fds[1], buf, n) == n ? 0 : 2);
@@ -259,14 +251,10 @@ TEST(SyslogWire, DatagramOnDevLog) {
   const ssize_t n = read(fds[0], buf, sizeof buf - 1);
   int status = 0;
   waitpid(pid, &status, 0);
-  close(fds[0]);
   if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "user and mount namespaces are not permitted here";
-  ASSERT_EQ(WEXITSTATUS(status), 0);
-  ASSERT_GT(n, 0);
-  EXPECT_TRUE(std::regex_match(buf, std::regex(R"(<156>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d NUVT11_42\[)" +
-                                               std::to_string(pid) +
-                                               R"(\]: A04 Basis System: Work process wp3 ended with signal 15)")))
-      << buf;
+  ASSERT_TRUE(WEXITSTATUS(status) == 0 && n > 0);
+  EXPECT_TRUE(std::regex_match(buf, std::regex(R"(<156>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d NUVT11_42\[)" + std::to_string(pid) +
+                                               R"(\]: A04 Basis System: Work process wp3 ended with signal 15)"))) << buf;
 }
 
 }  // namespace

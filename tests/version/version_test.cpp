@@ -13,19 +13,18 @@
 
 namespace {
 
-// "MMMM" and "mmmm" of the project version, e.g. 1.0.0 -> "0001", "0000".
-std::string four(int part) {
+// Part 0, 1, 2 of the project version (e.g. 1.0.0).
+int part(int i) {
   int v[3] = {};
   std::sscanf(NUV_PROJECT_VERSION, "%d.%d.%d", &v[0], &v[1], &v[2]);
-  char b[16];
-  std::snprintf(b, sizeof b, "%04d", v[part]);
-  return b;
+  return v[i];
 }
+std::string four(int i) { return std::string(4 - std::to_string(part(i)).size(), '0') + std::to_string(part(i)); }
 
 TEST(Version, StringAndCopy) {
   const std::string s = nuv_u16_version, date = R"([A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d)";
   ASSERT_TRUE(std::regex_match(s, std::regex(R"(@\(#\) libnuvu16\.)" + four(0) + "\\." + four(1) + "  " + date)));
-  const std::string expect = std::to_string(std::stoi(four(0))) + s.substr(19);
+  const std::string expect = std::to_string(part(0)) + s.substr(19);
   for (int cap : {0, 1, 5, static_cast<int>(expect.size()), static_cast<int>(expect.size()) + 1}) {
     std::vector<NUV_UTF16> buf(cap + 1, 0xAAAA);
     getVersionLibu16U16(buf.data(), cap);
@@ -124,8 +123,7 @@ TEST(VersionRecords, StrippedLibrary) {
   ASSERT_EQ(r.exit, 0) << r.out;
   const Found own = scan(nullptr), found = scan(lib.c_str());
   EXPECT_TRUE(own.rc == 1 && found.rc == 1 && own.v == found.v && own.level == 0 && found.level == 0);
-  EXPECT_EQ(own.v.at(0), std::to_string(std::stoi(four(0))) + ", " + std::to_string(std::stoi(four(1))) + ", " +
-                             std::to_string(std::stoi(four(2))) + ", 0");
+  EXPECT_EQ(own.v.at(0), std::to_string(part(0)) + ", " + std::to_string(part(1)) + ", " + std::to_string(part(2)) + ", 0");
   EXPECT_EQ(own.v.at(2), "linuxx86_64");
   const auto narrow = nuvtest::run_command("readelf -p .ident.NUV " + lib), what = nuvtest::run_command("sccs what " + lib);
   const std::string u16 = nuvtest::read_file(dir / "u16");
