@@ -11,7 +11,7 @@ FUZZ_BUILD   := build-fuzz
 STAGE        := $(CURDIR)/$(BUILD)/stage
 CMAKE_GEN    := -G Ninja
 
-.PHONY: all deps build run test test-normal test-asan bench fuzz install clean
+.PHONY: all deps build run test test-normal test-asan bench fuzz install package clean
 
 all: build
 
@@ -60,6 +60,10 @@ fuzz: deps $(FUZZ_BUILD)/build.ninja
 
 install: build
 	cmake --install $(BUILD) --prefix $(PREFIX)
+
+# Debian packages (run-time and development) into $(BUILD)/packages.
+package: build
+	cd $(BUILD) && cpack -G DEB -B $(CURDIR)/$(BUILD)/packages
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)
