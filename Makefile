@@ -8,10 +8,12 @@ BUILD        := build
 ASAN_BUILD   := build-asan
 BENCH_BUILD  := build-bench
 FUZZ_BUILD   := build-fuzz
+TSAN_BUILD   := build-tsan
+COV_BUILD    := build-coverage
 STAGE        := $(CURDIR)/$(BUILD)/stage
 CMAKE_GEN    := -G Ninja
 
-.PHONY: all deps build run test test-normal test-asan bench fuzz install package clean
+.PHONY: all deps build run test test-normal test-asan test-tsan coverage bench fuzz install package clean
 
 all: build
 
@@ -32,7 +34,7 @@ run: build
 	LD_LIBRARY_PATH=$(STAGE)/lib $(CURDIR)/$(BUILD)/examples/tour $(CURDIR)/examples/data
 	@bash examples/convert_samples.sh $(CURDIR)/$(BUILD)/tools/nuvconv $(CURDIR)/examples/data $(CURDIR)/$(BUILD)/samples
 
-test: test-normal test-asan
+test: test-normal test-asan test-tsan
 
 test-normal: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -43,6 +45,24 @@ $(ASAN_BUILD)/build.ninja: | deps
 test-asan: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# ThreadSanitizer: the concurrency tests and everything else, race-free.
+$(TSAN_BUILD)/build.ninja: | deps
+	cmake -S . -B $(TSAN_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUV_TSAN=ON -DNUV_BUILD_TOOLS=ON
+
+test-tsan: deps $(TSAN_BUILD)/build.ninja
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	cd $(TSAN_BUILD) && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS)
+
+# Line and branch coverage of src/ per folder, from the whole suite.
+$(COV_BUILD)/build.ninja: | deps
+	cmake -S . -B $(COV_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DNUV_COVERAGE=ON -DNUV_BUILD_TOOLS=ON
+
+coverage: deps $(COV_BUILD)/build.ninja
+	cmake --build $(COV_BUILD) -j $(JOBS)
+	find $(COV_BUILD) -name '*.gcda' -delete
+	cd $(COV_BUILD) && ctest -j $(JOBS) > /dev/null || true
+	bash scripts/coverage.sh $(COV_BUILD)
 
 $(BENCH_BUILD)/build.ninja: | deps
 	cmake -S . -B $(BENCH_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DNUV_BUILD_BENCH=ON -DNUV_BUILD_TESTS=OFF
@@ -66,4 +86,4 @@ package: build
 	cd $(BUILD) && cpack -G DEB -B $(CURDIR)/$(BUILD)/packages
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(COV_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)

@@ -14,8 +14,10 @@
   extern "C" NUV_API decltype(target_name) alias_name __attribute__((alias(#target_name)))
 
 // Aligned whole-block reads that may pass a terminator inside their block.
-// They never cross a page, but AddressSanitizer cannot know that.
-#define NUV_NO_ASAN __attribute__((no_sanitize_address))
+// They never cross a page, but the sanitizers cannot know that: the bytes
+// past the terminator may be unallocated (address) or written by another
+// thread without being part of this string (thread).
+#define NUV_NO_ASAN __attribute__((no_sanitize("address", "thread")))
 
 namespace nuv {
 

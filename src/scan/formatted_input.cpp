@@ -94,12 +94,15 @@ void store_floating(void* dest, int size_class, long double v) {
     put(dest, static_cast<float>(v));
 }
 
-// Matches the rest of a word case-insensitively; the unit that breaks it is
-// given back.
-Step match_word(InputStream* s, const char* rest) {
+// Matches the rest of a word case-insensitively within the units the field
+// width still allows; the unit that breaks it is given back.  The word's first
+// unit has matched already, so an input that ends inside it is a mismatch,
+// not the end of input.
+Step match_word(InputStream* s, const char* rest, int* budget) {
   for (; *rest; ++rest) {
     int32_t u;
-    if (read(s, &u) < 0) return Step::EndOfInput;
+    if (*budget <= 0 || read(s, &u) < 0) return Step::Mismatch;
+    --*budget;
     if (lower(u) != *rest) {
       unread(s, u);
       return Step::Mismatch;
@@ -145,7 +148,8 @@ Step getNumber(InputStream* s, const InputConversion* conv, void* dest, int32_t 
   if (text.out_of_memory) return Step::Mismatch;
   if (text.empty_or_sign()) {
     if (pointer && more && c == '(') {
-      Step st = match_word(s, "nil)");
+      int budget = left - 1;  // '(' took one unit of the width
+      Step st = match_word(s, "nil)", &budget);
       if (st != Step::Done) return st;
       if (dest) put(dest, static_cast<void*>(nullptr));
       return Step::Done;
@@ -253,17 +257,19 @@ Step getFloat(InputStream* s, const InputConversion* conv, void* dest, int32_t c
   const int32_t lc = lower(c);
   if (lc == 'n' || lc == 'i') {  // testForNANandINF
     long double v;
+    int budget = left - 1;  // units the width allows after this one
     if (lc == 'n') {
-      Step st = match_word(s, "an");
+      Step st = match_word(s, "an", &budget);
       if (st != Step::Done) return st;
       v = NAN;
     } else {
-      Step st = match_word(s, "nf");
+      Step st = match_word(s, "nf", &budget);
       if (st != Step::Done) return st;
       int32_t u;
-      if (read(s, &u) >= 0) {
+      if (budget > 0 && read(s, &u) >= 0) {
         if (lower(u) == 'i') {
-          st = match_word(s, "nity");
+          --budget;
+          st = match_word(s, "nity", &budget);
           if (st != Step::Done) return st;
         } else {
           unread(s, u);

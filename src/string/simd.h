@@ -6,6 +6,8 @@
 #pragma once
 
 #include <immintrin.h>
+
+#include "common/nuv_internal.h"
 #include <cstddef>
 #include <cstdint>
 
@@ -17,7 +19,7 @@ struct V128 {
   static constexpr unsigned UPB = 2;
   static constexpr std::uint64_t all = 0xFFFF;
   static constexpr bool has_min = false;  // no unsigned 16-bit minimum in SSE2
-  __attribute__((no_sanitize_address)) static T load(const void* p) { return _mm_load_si128(static_cast<const T*>(p)); }
+  NUV_NO_ASAN static T load(const void* p) { return _mm_load_si128(static_cast<const T*>(p)); }
   static T loadu(const void* p) { return _mm_loadu_si128(static_cast<const T*>(p)); }
   static T set1(std::uint16_t c) { return _mm_set1_epi16(static_cast<short>(c)); }
   static T zero() { return _mm_setzero_si128(); }
@@ -36,7 +38,7 @@ struct V256 {
   static constexpr unsigned UPB = 2;
   static constexpr std::uint64_t all = 0xFFFFFFFFu;
   static constexpr bool has_min = true;
-  __attribute__((no_sanitize_address)) static T load(const void* p) { return _mm256_load_si256(static_cast<const T*>(p)); }
+  NUV_NO_ASAN static T load(const void* p) { return _mm256_load_si256(static_cast<const T*>(p)); }
   static T loadu(const void* p) { return _mm256_loadu_si256(static_cast<const T*>(p)); }
   static T set1(std::uint16_t c) { return _mm256_set1_epi16(static_cast<short>(c)); }
   static T zero() { return _mm256_setzero_si256(); }
@@ -56,7 +58,7 @@ struct V512 {
   static constexpr unsigned UPB = 1;
   static constexpr std::uint64_t all = 0xFFFFFFFFu;
   static constexpr bool has_min = true;
-  __attribute__((no_sanitize_address)) static T load(const void* p) { return _mm512_load_si512(p); }
+  NUV_NO_ASAN static T load(const void* p) { return _mm512_load_si512(p); }
   static T loadu(const void* p) { return _mm512_loadu_si512(p); }
   static T set1(std::uint16_t c) { return _mm512_set1_epi16(static_cast<short>(c)); }
   static T zero() { return _mm512_setzero_si512(); }

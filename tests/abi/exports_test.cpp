@@ -53,7 +53,7 @@ bool is_runtime_symbol(const std::string& n) {
   // Left in by the toolchain, not by us.
   static const std::set<std::string> known = {"_init", "_fini", "_edata", "_end", "__bss_start"};
   return known.count(n) || n.rfind("__asan", 0) == 0 || n.rfind("__ubsan", 0) == 0 || n.rfind("__sanitizer", 0) == 0 ||
-         n.rfind("__lsan", 0) == 0 || n.rfind("__odr_asan", 0) == 0 || n.rfind("_ZN6__asan", 0) == 0;
+         n.rfind("__lsan", 0) == 0 || n.rfind("__tsan", 0) == 0 || n.rfind("__odr_asan", 0) == 0 || n.rfind("_ZN6__asan", 0) == 0;
 }
 
 TEST(Exports, ExactlyTheDocumentedSet) {
@@ -86,7 +86,7 @@ TEST(Exports, NeedsOnlyTheCLibrary) {
   ASSERT_NE(p, nullptr);
   char line[512];
   int needed = 0;
-  static const std::regex allowed(R"(\[(libc|libm|libdl|libpthread|ld-linux-x86-64|libasan|libubsan)\.so[.0-9]*\])");
+  static const std::regex allowed(R"(\[(libc|libm|libdl|libpthread|ld-linux-x86-64|libasan|libubsan|libtsan)\.so[.0-9]*\])");
   while (std::fgets(line, sizeof line, p)) {
     std::string l(line);
     if (l.find("(NEEDED)") == std::string::npos) continue;

@@ -18,6 +18,7 @@
 #include "nuvu16.h"
 #include "stream/output.h"
 #include "string/scan.h"
+#include "support/tsan_stdio_lock.h"
 
 namespace {
 
