@@ -5,12 +5,39 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "convert/utf_simd.h"
 
 namespace nuv::rscp {
 
 namespace {
+
+// Copies n bytes with loads and stores that stay inside both ranges
+// (overlapping at the end); short texts need no call.
+inline void copy_bytes(void* dst, const void* src, std::size_t n) {
+  auto* o = static_cast<unsigned char*>(dst);
+  const auto* i = static_cast<const unsigned char*>(src);
+  if (n >= 32) {
+    for (std::size_t k = 0; k + 32 < n; k += 32)
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + k), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(i + k)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + n - 32), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(i + n - 32)));
+  } else if (n >= 16) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(i));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(i + n - 16));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o), a), _mm_storeu_si128(reinterpret_cast<__m128i*>(o + n - 16), b);
+  } else if (n >= 8) {
+    uint64_t a, b;
+    std::memcpy(&a, i, 8), std::memcpy(&b, i + n - 8, 8);
+    std::memcpy(o, &a, 8), std::memcpy(o + n - 8, &b, 8);
+  } else if (n >= 4) {
+    uint32_t a, b;
+    std::memcpy(&a, i, 4), std::memcpy(&b, i + n - 4, 4);
+    std::memcpy(o, &a, 4), std::memcpy(o + n - 4, &b, 4);
+  } else {
+    for (std::size_t k = 0; k < n; ++k) o[k] = i[k];
+  }
+}
 
 // ---- UTF-8 -> UTF-16 ------------------------------------------------------
 // Blocks of 64 bytes are checked with bit masks, independently of the walk
@@ -159,7 +186,72 @@ inline void cut_at_error(uint64_t& e0, uint64_t& e1, unsigned q) {
   }
 }
 
-void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+// One step of the walk at w: e has bit i set when a proved character ends
+// at w[i], h when w[i] >= 0x80.  Reads up to 52 bytes at w, writes up to 32
+// units at d.  Returns the bytes consumed and units written (0: nothing
+// proved at w).
+struct Walked {
+  unsigned consumed, produced;
+};
+__attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64_t e, uint64_t h, NUV_UTF16* d,
+                                                       __m256i three) {
+  if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII
+    unsigned run = ~e ? static_cast<unsigned>(__builtin_ctzll(~e)) : 64;
+    if (h) run = std::min(run, static_cast<unsigned>(__builtin_ctzll(h)));
+    run = std::min(run, 32u);
+    widen32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w)), d);
+    return {run, run};
+  }
+  if ((e & 0xFFFFFFFFFFFF) == 0x924924924924) {  // sixteen three-byte characters
+    for (int half = 0; half < 2; ++half) {
+      const rscpUtf8* x24 = w + 24 * half;
+      const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(x24 + 12), reinterpret_cast<const __m128i*>(x24));
+      const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
+      const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 8 * half), _mm256_castsi256_si128(packed));
+    }
+    return {48, 16};
+  }
+  if ((e & 0xFFFFFF) == 0x924924) {  // eight three-byte characters
+    const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
+    const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
+    const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+    return {24, 8};
+  }
+  if ((e & 0xFFFF) == 0xAAAA) {  // eight two-byte characters
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(w));
+    const __m128i vals = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(x, _mm_set1_epi16(0x1F)), 6),
+                                      _mm_and_si128(_mm_srli_epi16(x, 8), _mm_set1_epi16(0x3F)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
+    return {16, 8};
+  }
+  const unsigned entry = kDecode.index[e & 0xFFF];
+  const unsigned consumed = entry >> 9;
+  if (consumed == 0) return {0, 0};  // nothing proved here
+  const DecodePattern& p = kDecode.pat[entry & 0x1FF];
+  const __m128i x = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)),
+                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.in)));
+  __m128i vals;
+  if (p.kind == 0) {
+    vals = _mm_or_si128(_mm_and_si128(x, _mm_set1_epi16(0x7F)), _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x7C0)));
+  } else {  // wide lanes, with or without pairs
+    const __m128i cp3 = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
+    const __m128i cp4 = _mm_or_si128(
+        _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(0x3F)), _mm_and_si128(_mm_srli_epi32(x, 2), _mm_set1_epi32(0xFC0))),
+        _mm_or_si128(_mm_and_si128(_mm_srli_epi32(x, 4), _mm_set1_epi32(0x3F000)),
+                     _mm_and_si128(_mm_srli_epi32(x, 6), _mm_set1_epi32(0x1C0000))));
+    const __m128i is4 = _mm_cmpgt_epi32(_mm_srli_epi32(x, 24), _mm_setzero_si128());
+    const __m128i t = _mm_sub_epi32(cp4, _mm_set1_epi32(0x10000));
+    const __m128i pair = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xD800), _mm_srli_epi32(t, 10)),
+                                      _mm_slli_epi32(_mm_or_si128(_mm_set1_epi32(0xDC00), _mm_and_si128(t, _mm_set1_epi32(0x3FF))), 16));
+    vals = _mm_shuffle_epi8(_mm_blendv_epi8(cp3, pair, is4), _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.out)));
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
+  return {consumed, p.produced};
+}
+
+void long_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
   const rscpUtf8* s = *sp;
   NUV_UTF16* d = *dp;
   // Plain ASCII needs no walk.
@@ -195,65 +287,9 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
     while (pos < 64) {
       const uint64_t e = pos ? (E0 >> pos) | (E1 << (64 - pos)) : E0;
       const uint64_t h = pos ? (H0 >> pos) | (H1 << (64 - pos)) : H0;
-      const rscpUtf8* w = base + pos;
-      if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII
-        unsigned run = ~e ? static_cast<unsigned>(__builtin_ctzll(~e)) : 64;
-        if (h) run = std::min(run, static_cast<unsigned>(__builtin_ctzll(h)));
-        run = std::min(run, 32u);
-        widen32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(w)), d);
-        pos += run, d += run;
-        continue;
-      }
-      if ((e & 0xFFFFFFFFFFFF) == 0x924924924924) {  // sixteen three-byte characters
-        for (int half = 0; half < 2; ++half) {
-          const rscpUtf8* x24 = w + 24 * half;
-          const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(x24 + 12), reinterpret_cast<const __m128i*>(x24));
-          const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
-          const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
-          _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 8 * half), _mm256_castsi256_si128(packed));
-        }
-        pos += 48, d += 16;
-        continue;
-      }
-      if ((e & 0xFFFFFF) == 0x924924) {  // eight three-byte characters
-        const __m256i x = _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(w + 12), reinterpret_cast<const __m128i*>(w));
-        const __m256i vals = three_byte_values(_mm256_shuffle_epi8(x, three));
-        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi32(vals, vals), 0x08);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-        pos += 24, d += 8;
-        continue;
-      }
-      if ((e & 0xFFFF) == 0xAAAA) {  // eight two-byte characters
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(w));
-        const __m128i vals = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(x, _mm_set1_epi16(0x1F)), 6),
-                                          _mm_and_si128(_mm_srli_epi16(x, 8), _mm_set1_epi16(0x3F)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
-        pos += 16, d += 8;
-        continue;
-      }
-      const unsigned entry = kDecode.index[e & 0xFFF];
-      const unsigned consumed = entry >> 9;
-      if (consumed == 0) goto done;  // nothing proved here: the scalar code goes on
-      const DecodePattern& p = kDecode.pat[entry & 0x1FF];
-      const __m128i x = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)),
-                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.in)));
-      __m128i vals;
-      if (p.kind == 0) {
-        vals = _mm_or_si128(_mm_and_si128(x, _mm_set1_epi16(0x7F)), _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x7C0)));
-      } else {  // wide lanes, with or without pairs
-        const __m128i cp3 = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
-        const __m128i cp4 = _mm_or_si128(
-            _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(0x3F)), _mm_and_si128(_mm_srli_epi32(x, 2), _mm_set1_epi32(0xFC0))),
-            _mm_or_si128(_mm_and_si128(_mm_srli_epi32(x, 4), _mm_set1_epi32(0x3F000)),
-                         _mm_and_si128(_mm_srli_epi32(x, 6), _mm_set1_epi32(0x1C0000))));
-        const __m128i is4 = _mm_cmpgt_epi32(_mm_srli_epi32(x, 24), _mm_setzero_si128());
-        const __m128i t = _mm_sub_epi32(cp4, _mm_set1_epi32(0x10000));
-        const __m128i pair = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xD800), _mm_srli_epi32(t, 10)),
-                                          _mm_slli_epi32(_mm_or_si128(_mm_set1_epi32(0xDC00), _mm_and_si128(t, _mm_set1_epi32(0x3FF))), 16));
-        vals = _mm_shuffle_epi8(_mm_blendv_epi8(cp3, pair, is4), _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.out)));
-      }
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
-      pos += consumed, d += p.produced;
+      const Walked st = walk_step(base + pos, e, h, d, three);
+      if (st.consumed == 0) goto done;  // nothing proved here: the scalar code goes on
+      pos += st.consumed, d += st.produced;
     }
     // On to the next block: the one after it must be in bounds and checked.
     base += 64, pos -= 64;
@@ -269,6 +305,60 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
 done:
   s = base + pos;
   *sp = s, *dp = d;
+}
+
+// Texts below 128 bytes (and the ends of longer ones): the bytes are copied
+// into a block of zeros, which ends any character cut at the end, so the
+// same check and walk run without reading past the source.
+constexpr std::size_t kShortBytes = 127;
+
+void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+  const std::size_t room = static_cast<std::size_t>(de - *dp);  // a byte gives at most one unit
+  const std::size_t n = std::min({static_cast<std::size_t>(se - *sp), room, kShortBytes});
+  if (n == 0) return;
+  alignas(32) rscpUtf8 buf[kShortBytes + 1 + 64];
+  copy_bytes(buf, *sp, n);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n), _mm256_setzero_si256());
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n + 32), _mm256_setzero_si256());
+  Carry carry{};
+  const Checked a = check_block(buf, carry);
+  Checked b{0, ~0ull, 0};
+  if (n >= 64) b = check_block(buf + 64, carry);
+  // Ends below n (bit 127 would need the byte after the second block).
+  uint64_t E0 = (a.start >> 1) | (b.start << 63), E1 = (b.start >> 1) & (~0ull >> 1);
+  if (n < 64) {
+    E0 &= (1ull << n) - 1, E1 = 0;
+  } else {
+    E1 &= (1ull << (n - 64)) - 1;
+  }
+  if (a.err) {
+    const unsigned q = static_cast<unsigned>(__builtin_ctzll(a.err));
+    E0 &= q >= 2 ? (1ull << (q - 1)) - 1 : 0, E1 = 0;
+  } else if (b.err) {
+    cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(b.err)));
+  }
+  if ((E0 | E1) == 0) return;
+  alignas(32) NUV_UTF16 tmp[kShortBytes + 1 + 32];
+  NUV_UTF16* const d0 = room >= n + 32 ? *dp : tmp;  // each step may write 32 units
+  NUV_UTF16* d = d0;
+  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
+  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
+  unsigned pos = 0;
+  for (;;) {
+    const uint64_t e = pos == 0 ? E0 : pos < 64 ? (E0 >> pos) | (E1 << (64 - pos)) : E1 >> (pos - 64);
+    if (e == 0) break;
+    const uint64_t h = pos == 0 ? a.high : pos < 64 ? (a.high >> pos) | (b.high << (64 - pos)) : b.high >> (pos - 64);
+    const Walked st = walk_step(buf + pos, e, h, d, three);
+    if (st.consumed == 0) break;
+    pos += st.consumed, d += st.produced;
+  }
+  if (d0 == tmp) copy_bytes(*dp, tmp, static_cast<std::size_t>(d - tmp) * 2);
+  *sp += pos, *dp += d - d0;
+}
+
+void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+  long_utf8_to_utf16(sp, se, dp, de);
+  if (se - *sp <= static_cast<std::ptrdiff_t>(kShortBytes) || de - *dp < 160) short_utf8_to_utf16(sp, se, dp, de);
 }
 
 // ---- UTF-16 -> UTF-8 ------------------------------------------------------
@@ -405,9 +495,7 @@ __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*&
     }
 }
 
-// Pairs512: steps over surrogates go to the AVX-512 kernel.
-template <bool Pairs512>
-void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
   const NUV_UTF16* s = *sp;
   rscpUtf8* d = *dp;
   const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
@@ -447,10 +535,6 @@ void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, r
     const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
     if (take == 16) {
       encode_plain16_avx2(s, d);
-      continue;
-    }
-    if constexpr (Pairs512) {
-      if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
     // Eight units; surrogate pairs are written as two halves of two bytes
@@ -523,15 +607,35 @@ void utf16_to_utf8_t(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, r
   *sp = s, *dp = d;
 }
 
+// Texts below 64 units (and the ends of longer ones) are copied into a
+// block with 32 zero units after them and converted there; each zero unit
+// the steps took past the text gave one byte at the end of the output.
+constexpr std::size_t kShortUnits = 64;
+
+void short_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const std::size_t n = std::min(static_cast<std::size_t>(se - *sp), kShortUnits);
+  if (n == 0) return;
+  alignas(32) NUV_UTF16 buf[kShortUnits + 32];
+  copy_bytes(buf, *sp, 2 * n);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n), _mm256_setzero_si256());
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n + 16), _mm256_setzero_si256());
+  alignas(32) rscpUtf8 out[3 * (kShortUnits + 32)];
+  const NUV_UTF16* s = buf;
+  rscpUtf8* d = out;
+  long_utf16_to_utf8(&s, buf + n + 32, &d, out + sizeof out);
+  std::size_t taken = static_cast<std::size_t>(s - buf), bytes = static_cast<std::size_t>(d - out);
+  if (taken > n) bytes -= taken - n, taken = n;
+  if (bytes > static_cast<std::size_t>(de - *dp)) return;  // the scalar code fills the room and reports
+  copy_bytes(*dp, out, bytes);
+  *sp += taken, *dp += bytes;
+}
+
 void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
-  utf16_to_utf8_t<false>(sp, se, dp, de);
+  long_utf16_to_utf8(sp, se, dp, de);
+  if (se - *sp < 32 || de - *dp < 64) short_utf16_to_utf8(sp, se, dp, de);
 }
 
 }  // namespace
-
-void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
-  utf16_to_utf8_t<true>(sp, se, dp, de);
-}
 
 const UtfKernels kUtfAvx2{"avx2", utf8_to_utf16_avx2, utf16_to_utf8_avx2};
 
