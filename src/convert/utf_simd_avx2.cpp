@@ -26,17 +26,48 @@ inline void copy_bytes(void* dst, const void* src, std::size_t n) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(i));
     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(i + n - 16));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(o), a), _mm_storeu_si128(reinterpret_cast<__m128i*>(o + n - 16), b);
-  } else if (n >= 8) {
-    uint64_t a, b;
-    std::memcpy(&a, i, 8), std::memcpy(&b, i + n - 8, 8);
-    std::memcpy(o, &a, 8), std::memcpy(o + n - 8, &b, 8);
-  } else if (n >= 4) {
-    uint32_t a, b;
-    std::memcpy(&a, i, 4), std::memcpy(&b, i + n - 4, 4);
-    std::memcpy(o, &a, 4), std::memcpy(o + n - 4, &b, 4);
   } else {
     for (std::size_t k = 0; k < n; ++k) o[k] = i[k];
   }
+}
+
+// The first r < 32 bytes at p, zeros after them, read without touching a
+// byte past p + r (overlapping loads, put in place in registers).
+inline __m256i load_partial32(const unsigned char* p, std::size_t r) {
+  alignas(16) static constexpr uint8_t kSlide[48] = {0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,
+                                                     12,   13,   14,   15,   0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                                     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                                     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+  if (r >= 16) {  // the last 16 bytes moved down to start at byte 16
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hi = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + r - 16)),
+                                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSlide + 32 - r)));
+    return _mm256_set_m128i(hi, lo);
+  }
+  uint64_t lo = 0, hi = 0;
+  if (r >= 8) {
+    uint64_t tail;
+    std::memcpy(&lo, p, 8), std::memcpy(&tail, p + r - 8, 8);
+    hi = r > 8 ? tail >> (8 * (16 - r)) : 0;
+  } else if (r >= 4) {
+    uint32_t a, b;
+    std::memcpy(&a, p, 4), std::memcpy(&b, p + r - 4, 4);
+    lo = a | static_cast<uint64_t>(b) << (8 * (r - 4));
+  } else if (r > 0) {
+    lo = p[0] | static_cast<uint64_t>(p[r / 2]) << (8 * (r / 2)) | static_cast<uint64_t>(p[r - 1]) << (8 * (r - 1));
+  }
+  return _mm256_castsi128_si256(_mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo)));
+}
+
+// n bytes at p into buf (32-byte aligned) followed by at least 64 zeros,
+// written in whole aligned blocks so that later loads find them forwarded.
+inline void copy_padded(unsigned char* buf, const unsigned char* p, std::size_t n) {
+  std::size_t k = 0;
+  for (; k + 32 <= n; k += 32)
+    _mm256_store_si256(reinterpret_cast<__m256i*>(buf + k), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + k)));
+  if (k < n) _mm256_store_si256(reinterpret_cast<__m256i*>(buf + k), load_partial32(p + k, n - k)), k += 32;
+  _mm256_store_si256(reinterpret_cast<__m256i*>(buf + k), _mm256_setzero_si256());
+  _mm256_store_si256(reinterpret_cast<__m256i*>(buf + k + 32), _mm256_setzero_si256());
 }
 
 // ---- UTF-8 -> UTF-16 ------------------------------------------------------
@@ -317,9 +348,7 @@ void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp
   const std::size_t n = std::min({static_cast<std::size_t>(se - *sp), room, kShortBytes});
   if (n == 0) return;
   alignas(32) rscpUtf8 buf[kShortBytes + 1 + 64];
-  copy_bytes(buf, *sp, n);
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n), _mm256_setzero_si256());
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n + 32), _mm256_setzero_si256());
+  copy_padded(buf, *sp, n);
   Carry carry{};
   const Checked a = check_block(buf, carry);
   Checked b{0, ~0ull, 0};
@@ -616,9 +645,7 @@ void short_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** d
   const std::size_t n = std::min(static_cast<std::size_t>(se - *sp), kShortUnits);
   if (n == 0) return;
   alignas(32) NUV_UTF16 buf[kShortUnits + 32];
-  copy_bytes(buf, *sp, 2 * n);
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n), _mm256_setzero_si256());
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(buf + n + 16), _mm256_setzero_si256());
+  copy_padded(reinterpret_cast<unsigned char*>(buf), reinterpret_cast<const unsigned char*>(*sp), 2 * n);
   alignas(32) rscpUtf8 out[3 * (kShortUnits + 32)];
   const NUV_UTF16* s = buf;
   rscpUtf8* d = out;
