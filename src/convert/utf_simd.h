@@ -24,6 +24,11 @@ extern const UtfKernels kUtfSse2;  // ASCII runs only
 extern const UtfKernels kUtfAvx2;    // ASCII runs and mixed runs through tables
 extern const UtfKernels kUtfAvx512;  // with VBMI and VBMI2: mixed runs through compress
 bool cpu_has_avx512_vbmi2();
+// The AVX2 encoder with the AVX-512 kernel's steps over surrogate pairs (for
+// long texts on CPUs with AVX-512, where its BMP steps are the quicker ones),
+// and those steps.
+void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
+unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* se, rscpUtf8*& d, rscpUtf8* de);
 
 // The kernel in use (the best the CPU runs), or null for scalar only.
 const UtfKernels* utf_kernels();

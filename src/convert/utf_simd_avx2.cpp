@@ -524,6 +524,8 @@ __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*&
     }
 }
 
+// Pairs512: steps over surrogates go to the AVX-512 kernel's pair steps.
+template <bool Pairs512>
 void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
   const NUV_UTF16* s = *sp;
   rscpUtf8* d = *dp;
@@ -564,6 +566,10 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
     if (take == 16) {
       encode_plain16_avx2(s, d);
+      continue;
+    }
+    if constexpr (Pairs512) {
+      if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
     // Eight units; surrogate pairs are written as two halves of two bytes
@@ -649,7 +655,7 @@ void short_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** d
   alignas(32) rscpUtf8 out[3 * (kShortUnits + 32)];
   const NUV_UTF16* s = buf;
   rscpUtf8* d = out;
-  long_utf16_to_utf8(&s, buf + n + 32, &d, out + sizeof out);
+  long_utf16_to_utf8<false>(&s, buf + n + 32, &d, out + sizeof out);
   std::size_t taken = static_cast<std::size_t>(s - buf), bytes = static_cast<std::size_t>(d - out);
   if (taken > n) bytes -= taken - n, taken = n;
   if (bytes > static_cast<std::size_t>(de - *dp)) return;  // the scalar code fills the room and reports
@@ -658,11 +664,15 @@ void short_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** d
 }
 
 void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
-  long_utf16_to_utf8(sp, se, dp, de);
+  long_utf16_to_utf8<false>(sp, se, dp, de);
   if (se - *sp < 32 || de - *dp < 64) short_utf16_to_utf8(sp, se, dp, de);
 }
 
 }  // namespace
+
+void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  long_utf16_to_utf8<true>(sp, se, dp, de);
+}
 
 const UtfKernels kUtfAvx2{"avx2", utf8_to_utf16_avx2, utf16_to_utf8_avx2};
 
