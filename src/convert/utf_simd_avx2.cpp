@@ -75,65 +75,31 @@ inline void copy_padded(unsigned char* buf, const unsigned char* p, std::size_t 
 // (a few bits carry over to the next block): structure of every sequence,
 // overlong forms, the range of four-byte forms.  A walk then converts the
 // characters proved valid, one block behind the check.  Bit i of the end
-// mask is set when a character ends at byte i.  A window of 12 bytes goes
-// through a table keyed by its end mask: six characters of one or two bytes
-// into 16-bit lanes, or up to four characters of one to four bytes into
-// 32-bit lanes (four-byte ones become surrogate pairs).  Runs of ASCII, of
-// two-byte and of three-byte characters take shortcuts.
-struct DecodePattern {
-  uint8_t in[16];   // gathers each character into its lane, last byte lowest
-  uint8_t out[16];  // packs the units of lanes with pairs
-  uint8_t produced, kind;  // kind: 0 six narrow, 1 four wide, 2 wide with pairs
-};
+// mask is set when a character ends at byte i.  A step takes the whole
+// characters of 16 bytes: each byte computes, in a 16-bit lane, the unit a
+// character ending there gives, and a table per eight lanes packs the lanes
+// at character ends (no step depends on a table load for where the next one
+// starts).  Runs of ASCII, of two-byte and of three-byte characters take
+// shortcuts.
 
-struct DecodeTables {
-  uint16_t index[4096];  // pattern id | bytes consumed << 9
-  DecodePattern pat[405];
+// Packs the 16-bit lanes of eight whose bit is set in the key to the front.
+struct PackLanes {
+  alignas(16) uint8_t shuf[16];
+  uint8_t count;
 };
-
-constexpr DecodeTables make_decode_tables() {
-  DecodeTables t{};
-  for (unsigned m = 0; m < 4096; ++m) {
-    int ends[12] = {}, lens[12] = {}, n = 0, prev = -1;
-    for (int i = 0; i < 12; ++i)
-      if (m >> i & 1) ends[n] = i, lens[n] = i - prev, prev = i, ++n;
-    bool narrow = n >= 6;
-    for (int j = 0; j < 6 && narrow; ++j) narrow = lens[j] <= 2;
-    unsigned id = 0, consumed = 0;
-    DecodePattern p{};
-    for (auto& b : p.in) b = 0x80;
-    for (auto& b : p.out) b = 0x80;
-    if (narrow) {
-      for (int j = 0; j < 6; ++j) {
-        id |= static_cast<unsigned>(lens[j] - 1) << j;
-        p.in[2 * j] = static_cast<uint8_t>(ends[j]);
-        if (lens[j] == 2) p.in[2 * j + 1] = static_cast<uint8_t>(ends[j] - 1);
-      }
-      consumed = static_cast<unsigned>(ends[5] + 1), p.produced = 6, p.kind = 0;
-    } else {
-      int k = 0;
-      while (k < n && k < 4 && lens[k] <= 4) ++k;
-      unsigned code = 0, scale = 1, units = 0;
-      bool pairs = false;
-      for (int j = 0; j < k; ++j, scale *= 4) {
-        code += static_cast<unsigned>(lens[j] - 1) * scale;
-        for (int b = 0; b < lens[j]; ++b) p.in[4 * j + b] = static_cast<uint8_t>(ends[j] - b);
-        for (int b = 0; b < (lens[j] == 4 ? 4 : 2); ++b) p.out[2 * units + b] = static_cast<uint8_t>(4 * j + b);
-        units += lens[j] == 4 ? 2 : 1;
-        pairs = pairs || lens[j] == 4;
-      }
-      const unsigned base[5] = {0, 1, 5, 21, 85};
-      id = 64 + base[k] + code;
-      consumed = static_cast<unsigned>(k ? ends[k - 1] + 1 : 0);
-      p.produced = static_cast<uint8_t>(units), p.kind = pairs ? 2 : 1;
+struct PackLanesTable {
+  PackLanes e[256];
+  constexpr PackLanesTable() : e() {
+    for (unsigned key = 0; key < 256; ++key) {
+      unsigned n = 0;
+      for (unsigned j = 0; j < 8; ++j)
+        if (key >> j & 1) e[key].shuf[2 * n] = static_cast<uint8_t>(2 * j), e[key].shuf[2 * n + 1] = static_cast<uint8_t>(2 * j + 1), ++n;
+      e[key].count = static_cast<uint8_t>(n);
+      for (unsigned k = 2 * n; k < 16; ++k) e[key].shuf[k] = 0x80;
     }
-    t.index[m] = static_cast<uint16_t>(id | consumed << 9);
-    t.pat[id] = p;
   }
-  return t;
-}
-
-constexpr DecodeTables kDecode = make_decode_tables();
+};
+constexpr PackLanesTable kPackLanes;
 
 inline uint64_t mask64(__m256i lo, __m256i hi) {
   return static_cast<uint32_t>(_mm256_movemask_epi8(lo)) | static_cast<uint64_t>(static_cast<uint32_t>(_mm256_movemask_epi8(hi))) << 32;
@@ -224,6 +190,20 @@ inline void cut_at_error(uint64_t& e0, uint64_t& e1, unsigned q) {
 struct Walked {
   unsigned consumed, produced;
 };
+// Stores the lanes of val set in emit below consumed, in order, at d (writes
+// 16 units).
+__attribute__((always_inline)) inline Walked pack_lanes(__m256i val, unsigned emit, unsigned consumed, NUV_UTF16* d) {
+  emit &= (2u << (consumed - 1)) - 1;
+  const PackLanes& p0 = kPackLanes.e[emit & 0xFF];
+  const PackLanes& p1 = kPackLanes.e[emit >> 8 & 0xFF];
+  const __m256i packed = _mm256_shuffle_epi8(
+      val, _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
+                                   _mm_load_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d + p0.count), _mm256_extracti128_si256(packed, 1));
+  return {consumed, static_cast<unsigned>(p0.count + p1.count)};
+}
+
 __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64_t e, uint64_t h, NUV_UTF16* d,
                                                        __m256i three) {
   if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII
@@ -257,29 +237,40 @@ __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
     return {16, 8};
   }
-  const unsigned entry = kDecode.index[e & 0xFFF];
-  const unsigned consumed = entry >> 9;
-  if (consumed == 0) return {0, 0};  // nothing proved here
-  const DecodePattern& p = kDecode.pat[entry & 0x1FF];
-  const __m128i x = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w)),
-                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.in)));
-  __m128i vals;
-  if (p.kind == 0) {
-    vals = _mm_or_si128(_mm_and_si128(x, _mm_set1_epi16(0x7F)), _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x7C0)));
-  } else {  // wide lanes, with or without pairs
-    const __m128i cp3 = _mm256_castsi256_si128(three_byte_values(_mm256_castsi128_si256(x)));
-    const __m128i cp4 = _mm_or_si128(
-        _mm_or_si128(_mm_and_si128(x, _mm_set1_epi32(0x3F)), _mm_and_si128(_mm_srli_epi32(x, 2), _mm_set1_epi32(0xFC0))),
-        _mm_or_si128(_mm_and_si128(_mm_srli_epi32(x, 4), _mm_set1_epi32(0x3F000)),
-                     _mm_and_si128(_mm_srli_epi32(x, 6), _mm_set1_epi32(0x1C0000))));
-    const __m128i is4 = _mm_cmpgt_epi32(_mm_srli_epi32(x, 24), _mm_setzero_si128());
-    const __m128i t = _mm_sub_epi32(cp4, _mm_set1_epi32(0x10000));
-    const __m128i pair = _mm_or_si128(_mm_or_si128(_mm_set1_epi32(0xD800), _mm_srli_epi32(t, 10)),
-                                      _mm_slli_epi32(_mm_or_si128(_mm_set1_epi32(0xDC00), _mm_and_si128(t, _mm_set1_epi32(0x3FF))), 16));
-    vals = _mm_shuffle_epi8(_mm_blendv_epi8(cp3, pair, is4), _mm_loadu_si128(reinterpret_cast<const __m128i*>(p.out)));
+  // Sixteen bytes: every byte computes the unit of a character ending there
+  // (or, in a four-byte form, the high surrogate at its third byte and the
+  // low one at its last), and a table per eight lanes packs the ones kept.
+  const unsigned ends = static_cast<unsigned>(e & 0xFFFF);
+  if (ends == 0) return {0, 0};  // nothing proved here
+  const unsigned consumed = 32 - static_cast<unsigned>(__builtin_clz(ends));
+  const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(w));
+  const __m256i b0 = _mm256_cvtepu8_epi16(x), b1 = _mm256_cvtepu8_epi16(_mm_slli_si128(x, 1));
+  const __m256i k3f = _mm256_set1_epi16(0x3F), low6 = _mm256_and_si256(b0, k3f);
+  const auto ge = [](__m256i v, short c) { return _mm256_cmpgt_epi16(v, _mm256_set1_epi16(static_cast<short>(c - 1))); };
+  const __m256i two = _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0x1F)), 6), low6);
+  const __m128i kE0 = _mm_set1_epi8(static_cast<char>(0xE0));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(x, kE0), x)) == 0) {  // one- and two-byte characters only
+    const __m256i val = _mm256_blendv_epi8(b0, two, ge(b1, 0xC0));
+    return pack_lanes(val, ends, consumed, d);
   }
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), vals);
-  return {consumed, p.produced};
+  const __m256i b2 = _mm256_cvtepu8_epi16(_mm_slli_si128(x, 2)), b3 = _mm256_cvtepu8_epi16(_mm_slli_si128(x, 3));
+  const __m256i mid6 = _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 6);
+  __m256i val = b0;
+  val = _mm256_blendv_epi8(val, two, _mm256_andnot_si256(ge(b1, 0xE0), ge(b1, 0xC0)));
+  val = _mm256_blendv_epi8(val, _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b2, 12), mid6), low6),
+                           _mm256_andnot_si256(ge(b2, 0xF0), ge(b2, 0xE0)));
+  const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
+                                                         _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
+                                         _mm256_srli_epi16(low6, 4));
+  val = _mm256_blendv_epi8(val, _mm256_add_epi16(hiBits, _mm256_set1_epi16(static_cast<short>(0xD7C0))), ge(b2, 0xF0));
+  val = _mm256_blendv_epi8(
+      val,
+      _mm256_or_si256(_mm256_set1_epi16(static_cast<short>(0xDC00)),
+                      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0xF)), 6), low6)),
+      ge(b3, 0xF0));
+  const unsigned lead4 = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(x, _mm_set1_epi8(static_cast<char>(0xF0))), _mm_set1_epi8(static_cast<char>(0xF0)))));
+  return pack_lanes(val, ends | lead4 << 2, consumed, d);
 }
 
 void long_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
