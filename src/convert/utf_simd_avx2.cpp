@@ -139,9 +139,7 @@ struct Checked {
   uint64_t high, start, err;  // bytes >= 0x80, starts of characters, errors
 };
 
-inline Checked check_block(const rscpUtf8* p, Carry& c) {
-  const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-  const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+__attribute__((always_inline)) inline Checked check_vectors(const __m256i v0, const __m256i v1, Carry& c) {
   const uint64_t high = mask64(v0, v1);
   if ((high | c.cont) == 0) {
     c = {};
@@ -170,6 +168,11 @@ inline Checked check_block(const rscpUtf8* p, Carry& c) {
   }
   c = next;
   return {high, ~cont, err};
+}
+
+inline Checked check_block(const rscpUtf8* p, Carry& c) {
+  return check_vectors(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)),
+                       _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32)), c);
 }
 
 // Keeps the ends that an error at bit q of the second word still allows
@@ -339,11 +342,20 @@ void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp
   const std::size_t n = std::min({static_cast<std::size_t>(se - *sp), room, kShortBytes});
   if (n == 0) return;
   alignas(32) rscpUtf8 buf[kShortBytes + 1 + 64];
-  copy_padded(buf, *sp, n);
   Carry carry{};
-  const Checked a = check_block(buf, carry);
-  Checked b{0, ~0ull, 0};
-  if (n >= 64) b = check_block(buf + 64, carry);
+  Checked a, b{0, ~0ull, 0};
+  if (n <= 32) {  // the check takes the registers, the walk reads the copy
+    const __m256i v0 = n == 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(*sp)) : load_partial32(*sp, n);
+    const __m256i z = _mm256_setzero_si256();
+    _mm256_store_si256(reinterpret_cast<__m256i*>(buf), v0);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(buf + 32), z);
+    _mm256_store_si256(reinterpret_cast<__m256i*>(buf + 64), z);
+    a = check_vectors(v0, z, carry);
+  } else {
+    copy_padded(buf, *sp, n);
+    a = check_block(buf, carry);
+    if (n >= 64) b = check_block(buf + 64, carry);
+  }
   // Ends below n (bit 127 would need the byte after the second block).
   uint64_t E0 = (a.start >> 1) | (b.start << 63), E1 = (b.start >> 1) & (~0ull >> 1);
   if (n < 64) {
