@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "convert/utf8_pack_avx2.h"
 #include "convert/utf_simd.h"
 
 namespace nuv::rscp {
@@ -394,60 +395,8 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
 }
 
 // ---- UTF-16 -> UTF-8 ------------------------------------------------------
-// Four units of the BMP (no surrogates) in 32-bit lanes, each already in its
-// one-, two- or three-byte form; a table keyed by the four lengths packs the
-// bytes together.
-struct EncodePattern {
-  uint8_t shuf[16];
-  uint8_t len;
-};
-
-struct EncodeTables {
-  EncodePattern pat[256];  // key: units of two bytes (low four bits), of three (high four); both: none
-};
-
-constexpr EncodeTables make_encode_tables() {
-  EncodeTables t{};
-  for (unsigned key = 0; key < 256; ++key) {
-    EncodePattern p{};
-    for (auto& b : p.shuf) b = 0x80;
-    unsigned n = 0;
-    for (unsigned j = 0; j < 4; ++j) {
-      const unsigned len = (key >> j & 1) + 2 * (key >> (4 + j) & 1) + 1;  // 4: the lane is skipped
-      for (unsigned b = 0; b < len && len <= 3; ++b) p.shuf[n++] = static_cast<uint8_t>(4 * j + b);
-    }
-    p.len = static_cast<uint8_t>(n);
-    t.pat[key] = p;
-  }
-  return t;
-}
-
-constexpr EncodeTables kEncode = make_encode_tables();
-
-// Eight units below 0x800 in 16-bit lanes (lead byte lowest), keyed by the
-// units that take one byte.
-struct NarrowTables {
-  EncodePattern pat[256];
-};
-
-constexpr NarrowTables make_narrow_tables() {
-  NarrowTables t{};
-  for (unsigned key = 0; key < 256; ++key) {
-    EncodePattern p{};
-    for (auto& b : p.shuf) b = 0x80;
-    unsigned n = 0;
-    for (unsigned j = 0; j < 8; ++j) {
-      p.shuf[n++] = static_cast<uint8_t>(2 * j);
-      if (!(key >> j & 1)) p.shuf[n++] = static_cast<uint8_t>(2 * j + 1);
-    }
-    p.len = static_cast<uint8_t>(n);
-    t.pat[key] = p;
-  }
-  return t;
-}
-
-constexpr NarrowTables kNarrow = make_narrow_tables();
-
+// Units are built in 16- or 32-bit lanes in their one- to three-byte forms
+// and packed by the shared tables (utf8_pack_avx2.h).
 // Three-byte forms of the units in 32-bit lanes (lead byte lowest).
 inline __m256i three_byte_forms(__m256i u) {
   const __m256i cont = _mm256_set1_epi32(0x80), six = _mm256_set1_epi32(0x3F);
@@ -459,72 +408,28 @@ inline __m256i three_byte_forms(__m256i u) {
 
 // Sixteen units without surrogates, 64 bytes of room.
 __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*& s, rscpUtf8*& d) {
-  const __m256i asciiBits = _mm256_set1_epi16(static_cast<short>(0xFF80));
   alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
   const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
-  __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-  {
-    // Sixteen units of 0x800 and above: all three-byte forms.
-      const __m256i ge800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
-                                               _mm256_setzero_si256());
-      if (_mm256_testz_si256(ge800, ge800)) {
-        const __m256i a = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v))), pack3);
-        const __m256i b =
-            _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1))), pack3);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(a));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 12), _mm256_extracti128_si256(a, 1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
-        s += 16, d += 48;
-        return;
-      }
-    }
-  {
-    // Sixteen units below 0x800: one or two bytes each, in 16-bit lanes.
-      const __m256i lt80 = _mm256_cmpeq_epi16(_mm256_and_si256(v, asciiBits), _mm256_setzero_si256());
-      const __m256i ge800 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)));
-      if (_mm256_testz_si256(ge800, ge800)) {
-        const __m256i two = _mm256_or_si256(
-            _mm256_or_si256(_mm256_set1_epi16(0xC0), _mm256_srli_epi16(v, 6)),
-            _mm256_slli_epi16(_mm256_or_si256(_mm256_set1_epi16(0x80), _mm256_and_si256(v, _mm256_set1_epi16(0x3F))), 8));
-        const __m256i bytes = _mm256_blendv_epi8(two, v, lt80);
-        const unsigned m = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(lt80, _mm256_setzero_si256())));
-        const unsigned m0 = m & 0xFF, m1 = m >> 16 & 0xFF;  // one bit per unit: one byte
-        const __m256i shuf = _mm256_inserti128_si256(
-            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrow.pat[m0].shuf))),
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(kNarrow.pat[m1].shuf)), 1);
-        const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-        d += kNarrow.pat[m0].len;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
-        d += kNarrow.pat[m1].len;
-        s += 16;
-        return;
-      }
-    }
-  for (int half = 0; half < 2; ++half, v = _mm256_permute2x128_si256(v, v, 0x01)) {  // eight units at a time
-      const __m256i u = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v));
-      const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
-      const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
-      const __m256i two = _mm256_or_si256(
-          _mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
-          _mm256_slli_epi32(_mm256_or_si256(_mm256_set1_epi32(0x80), _mm256_and_si256(u, _mm256_set1_epi32(0x3F))), 8));
-      const __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
-      const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
-      const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
-      const unsigned twoBytes = upto2 & ~one, threeBytes = ~upto2 & 0xFF;
-      const EncodePattern& p0 = kEncode.pat[(twoBytes & 0xF) | (threeBytes & 0xF) << 4];
-      const EncodePattern& p1 = kEncode.pat[(twoBytes >> 4 & 0xF) | (threeBytes >> 4) << 4];
-      const __m256i shuf = _mm256_inserti128_si256(
-          _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
-          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
-      const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-      d += p0.len;
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
-      d += p1.len;
-      s += 8;
-    }
+  const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  const __m256i below800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                              _mm256_setzero_si256());
+  if (_mm256_testz_si256(below800, below800)) {  // all three-byte forms
+    const __m256i a = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v))), pack3);
+    const __m256i b = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1))), pack3);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(a));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 12), _mm256_extracti128_si256(a, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
+    s += 16, d += 48;
+    return;
+  }
+  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) {  // all below 0x800
+    d += encode16_short(v, d);
+  } else {
+    d += encode8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), d);
+    d += encode8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), d);
+  }
+  s += 16;
 }
 
 // Pairs512: steps over surrogates go to the AVX-512 kernel's pair steps.
@@ -623,23 +528,14 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(bytes, high, hs32), low, ls32);
     const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
     const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
+    // Units of two or more bytes (pair halves take two), of three.  A high
+    // half in the last lane waits for its low half: it is packed as one
+    // byte and that byte is not counted.
     const unsigned surr = hsm | lsm, skip = crossing ? 0x80u : 0u;
-    // units of two bytes, of three; a unit in both is skipped
-    const unsigned twoBytes = (upto2 & ~one) | surr | skip, threeBytes = (~upto2 & ~surr & 0xFF) | skip;
-    const unsigned k0 = (twoBytes & 0xF) | (threeBytes & 0xF) << 4;
-    const unsigned k1 = (twoBytes >> 4 & 0xF) | (threeBytes >> 4) << 4;
-    const EncodePattern& p0 = kEncode.pat[k0];
-    const EncodePattern& p1 = kEncode.pat[k1];
-    const __m256i shuf = _mm256_inserti128_si256(
-        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1);
-    const __m256i packed = _mm256_shuffle_epi8(bytes, shuf);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-    d += p0.len;
-    if (lanes > 4) {
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_extracti128_si256(packed, 1));
-      d += p1.len;
-    }
+    const unsigned twoPlus = (~one & 0xFF) & ~skip, three = ~upto2 & ~surr & 0xFF;
+    const Pack& p0 = kPack.e[(twoPlus & 0xF) | (three & 0xF) << 4];
+    const Pack& p1 = lanes > 4 ? kPack.e[(twoPlus >> 4) | (three >> 4) << 4] : kPack.e[0];
+    d += store_halves(bytes, p0, p1, d) - (lanes > 4 ? (crossing ? 1 : 0) : 4);
     s += lanes;
   }
   *sp = s, *dp = d;
