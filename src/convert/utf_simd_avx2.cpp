@@ -432,6 +432,44 @@ __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*&
   s += 16;
 }
 
+// Eight units in 32-bit lanes to their bytes: one- to three-byte forms, and
+// two bytes for each half of a surrogate pair (the low half takes two bits
+// of the unit before it, prev8 holds each lane's previous unit).  hsm/lsm:
+// the lanes with high/low halves.  Counts the bytes of the first `lanes`
+// lanes (4, 7 or 8; a seventh lane's high half waits for its low one).
+__attribute__((always_inline)) inline unsigned encode8_pairs(__m128i v8, __m128i prev8, unsigned hsm, unsigned lsm,
+                                                             unsigned lanes, rscpUtf8* d) {
+  const __m256i u = _mm256_cvtepu16_epi32(v8);
+  const __m256i prev = _mm256_cvtepu16_epi32(prev8);
+  const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
+  const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
+  const __m256i lanebit = _mm256_setr_epi32(1, 2, 4, 8, 16, 32, 64, 128);
+  const __m256i hs32 = _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(static_cast<int>(hsm)), lanebit), lanebit);
+  const __m256i ls32 = _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_set1_epi32(static_cast<int>(lsm)), lanebit), lanebit);
+  const __m256i six = _mm256_set1_epi32(0x3F), mark = _mm256_set1_epi32(0x80);
+  const __m256i two = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
+                                      _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
+  const __m256i chi = _mm256_add_epi32(_mm256_and_si256(u, _mm256_set1_epi32(0x3FF)), _mm256_set1_epi32(0x40));
+  const __m256i high = _mm256_or_si256(
+      _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(chi, 8)),
+      _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(_mm256_srli_epi32(chi, 2), six)), 8));
+  const __m256i low = _mm256_or_si256(
+      _mm256_or_si256(_mm256_or_si256(mark, _mm256_slli_epi32(_mm256_and_si256(prev, _mm256_set1_epi32(3)), 4)),
+                      _mm256_and_si256(_mm256_srli_epi32(u, 6), _mm256_set1_epi32(0xF))),
+      _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
+  __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
+  bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(bytes, high, hs32), low, ls32);
+  const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
+  const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
+  // Units of two or more bytes (pair halves take two), of three.  A waiting
+  // high half is packed as one byte that is not counted.
+  const unsigned surr = hsm | lsm, skip = lanes == 7 ? 0x80u : 0u;
+  const unsigned twoPlus = (~one & 0xFF) & ~skip, three = ~upto2 & ~surr & 0xFF;
+  const Pack& p0 = kPack.e[(twoPlus & 0xF) | (three & 0xF) << 4];
+  const Pack& p1 = lanes > 4 ? kPack.e[(twoPlus >> 4) | (three >> 4) << 4] : kPack.e[0];
+  return store_halves(bytes, p0, p1, d) - (lanes > 4 ? 8 - lanes : 4);
+}
+
 // Pairs512: steps over surrogates go to the AVX-512 kernel's pair steps.
 template <bool Pairs512>
 void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
@@ -480,6 +518,24 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
+    {
+      // Sixteen units whose surrogates all pair up (a high half in the last
+      // lane waits for the next step).
+      const __m256i top6 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+      const __m256i hs = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
+      const __m256i ls = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
+      const unsigned hsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(hs)), 0x55555555u));
+      const unsigned lsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ls)), 0x55555555u));
+      if (((hsm << 1) & 0xFFFF) == lsm) {
+        const unsigned lanes = 16 - (hsm >> 15);
+        const __m256i prev = _mm256_alignr_epi8(v, _mm256_permute2x128_si256(v, v, 0x08), 14);
+        d += encode8_pairs(_mm256_castsi256_si128(v), _mm256_castsi256_si128(prev), hsm & 0xFF, lsm & 0xFF, 8, d);
+        d += encode8_pairs(_mm256_extracti128_si256(v, 1), _mm256_extracti128_si256(prev, 1), hsm >> 8, lsm >> 8, lanes - 8,
+                           d);
+        s += lanes;
+        continue;
+      }
+    }
     // Eight units; surrogate pairs are written as two halves of two bytes
     // each (the low half takes two bits of the unit before it).
     const __m128i v8 = _mm256_castsi256_si128(v);
@@ -508,34 +564,7 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     }
     const bool crossing = (hsm & 0x80) != 0 && ((hsm << 1) & 0xFF) == lsm;  // its low half comes next time
     const unsigned lanes = ((hsm << 1) & 0xFF) == lsm ? (crossing ? 7 : 8) : (take >= 8 ? 8 : 4);
-    const __m256i u = _mm256_cvtepu16_epi32(v8);
-    const __m256i prev = _mm256_cvtepu16_epi32(_mm_slli_si128(v8, 2));
-    const __m256i lt80 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
-    const __m256i lt800 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
-    const __m256i hs32 = _mm256_cvtepi16_epi32(hs), ls32 = _mm256_cvtepi16_epi32(ls);
-    const __m256i six = _mm256_set1_epi32(0x3F), mark = _mm256_set1_epi32(0x80);
-    const __m256i two = _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xC0), _mm256_srli_epi32(u, 6)),
-                                        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
-    const __m256i chi = _mm256_add_epi32(_mm256_and_si256(u, _mm256_set1_epi32(0x3FF)), _mm256_set1_epi32(0x40));
-    const __m256i high = _mm256_or_si256(
-        _mm256_or_si256(_mm256_set1_epi32(0xF0), _mm256_srli_epi32(chi, 8)),
-        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(_mm256_srli_epi32(chi, 2), six)), 8));
-    const __m256i low = _mm256_or_si256(
-        _mm256_or_si256(_mm256_or_si256(mark, _mm256_slli_epi32(_mm256_and_si256(prev, _mm256_set1_epi32(3)), 4)),
-                        _mm256_and_si256(_mm256_srli_epi32(u, 6), _mm256_set1_epi32(0xF))),
-        _mm256_slli_epi32(_mm256_or_si256(mark, _mm256_and_si256(u, six)), 8));
-    __m256i bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(three_byte_forms(u), two, lt800), u, lt80);
-    bytes = _mm256_blendv_epi8(_mm256_blendv_epi8(bytes, high, hs32), low, ls32);
-    const unsigned one = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt80)));
-    const unsigned upto2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lt800)));
-    // Units of two or more bytes (pair halves take two), of three.  A high
-    // half in the last lane waits for its low half: it is packed as one
-    // byte and that byte is not counted.
-    const unsigned surr = hsm | lsm, skip = crossing ? 0x80u : 0u;
-    const unsigned twoPlus = (~one & 0xFF) & ~skip, three = ~upto2 & ~surr & 0xFF;
-    const Pack& p0 = kPack.e[(twoPlus & 0xF) | (three & 0xF) << 4];
-    const Pack& p1 = lanes > 4 ? kPack.e[(twoPlus >> 4) | (three >> 4) << 4] : kPack.e[0];
-    d += store_halves(bytes, p0, p1, d) - (lanes > 4 ? (crossing ? 1 : 0) : 4);
+    d += encode8_pairs(v8, _mm_slli_si128(v8, 2), hsm, lsm, lanes, d);
     s += lanes;
   }
   *sp = s, *dp = d;
