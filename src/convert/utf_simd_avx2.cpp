@@ -407,10 +407,14 @@ inline __m256i three_byte_forms(__m256i u) {
 }
 
 // Sixteen units without surrogates, 64 bytes of room.
-__attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*& s, rscpUtf8*& d) {
+// Returns the bytes written.
+__attribute__((always_inline)) inline unsigned encode_plain16(const __m256i v, rscpUtf8* d) {
   alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
   const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
-  const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {  // ASCII
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
+    return 16;
+  }
   const __m256i below800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
                                               _mm256_setzero_si256());
   if (_mm256_testz_si256(below800, below800)) {  // all three-byte forms
@@ -420,16 +424,12 @@ __attribute__((always_inline)) inline void encode_plain16_avx2(const NUV_UTF16*&
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 12), _mm256_extracti128_si256(a, 1));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
-    s += 16, d += 48;
-    return;
+    return 48;
   }
-  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) {  // all below 0x800
-    d += encode16_short(v, d);
-  } else {
-    d += encode8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), d);
-    d += encode8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), d);
-  }
-  s += 16;
+  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))))  // all below 0x800
+    return encode16_short(v, d);
+  const unsigned n = encode8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), d);
+  return n + encode8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), d + n);
 }
 
 // Eight units in 32-bit lanes to their bytes: one- to three-byte forms, and
@@ -468,6 +468,26 @@ __attribute__((always_inline)) inline unsigned encode8_pairs(__m128i v8, __m128i
   const Pack& p0 = kPack.e[(twoPlus & 0xF) | (three & 0xF) << 4];
   const Pack& p1 = lanes > 4 ? kPack.e[(twoPlus >> 4) | (three >> 4) << 4] : kPack.e[0];
   return store_halves(bytes, p0, p1, d) - (lanes > 4 ? 8 - lanes : 4);
+}
+
+struct Encoded {
+  unsigned units, bytes;
+};
+
+// Sixteen units whose surrogates all pair up (a high half in the last lane
+// waits for the next step); {0, 0} when one does not.
+__attribute__((always_inline)) inline Encoded encode_pairs16(const __m256i v, rscpUtf8* d) {
+  const __m256i top6 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+  const __m256i hs = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
+  const __m256i ls = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
+  const unsigned hsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(hs)), 0x55555555u));
+  const unsigned lsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ls)), 0x55555555u));
+  if (((hsm << 1) & 0xFFFF) != lsm) return {0, 0};
+  const unsigned lanes = 16 - (hsm >> 15);
+  const __m256i prev = _mm256_alignr_epi8(v, _mm256_permute2x128_si256(v, v, 0x08), 14);
+  const unsigned n = encode8_pairs(_mm256_castsi256_si128(v), _mm256_castsi256_si128(prev), hsm & 0xFF, lsm & 0xFF, 8, d);
+  return {lanes, n + encode8_pairs(_mm256_extracti128_si256(v, 1), _mm256_extracti128_si256(prev, 1), hsm >> 8, lsm >> 8,
+                                   lanes - 8, d + n)};
 }
 
 // Pairs512: steps over surrogates go to the AVX-512 kernel's pair steps.
@@ -511,30 +531,17 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
     const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
     if (take == 16) {
-      encode_plain16_avx2(s, d);
+      d += encode_plain16(v, d);
+      s += 16;
       continue;
     }
     if constexpr (Pairs512) {
       if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
-    {
-      // Sixteen units whose surrogates all pair up (a high half in the last
-      // lane waits for the next step).
-      const __m256i top6 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFC00)));
-      const __m256i hs = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
-      const __m256i ls = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
-      const unsigned hsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(hs)), 0x55555555u));
-      const unsigned lsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ls)), 0x55555555u));
-      if (((hsm << 1) & 0xFFFF) == lsm) {
-        const unsigned lanes = 16 - (hsm >> 15);
-        const __m256i prev = _mm256_alignr_epi8(v, _mm256_permute2x128_si256(v, v, 0x08), 14);
-        d += encode8_pairs(_mm256_castsi256_si128(v), _mm256_castsi256_si128(prev), hsm & 0xFF, lsm & 0xFF, 8, d);
-        d += encode8_pairs(_mm256_extracti128_si256(v, 1), _mm256_extracti128_si256(prev, 1), hsm >> 8, lsm >> 8, lanes - 8,
-                           d);
-        s += lanes;
-        continue;
-      }
+    if (const Encoded e = encode_pairs16(v, d); e.units) {
+      s += e.units, d += e.bytes;
+      continue;
     }
     // Eight units; surrogate pairs are written as two halves of two bytes
     // each (the low half takes two bits of the unit before it).
@@ -591,7 +598,42 @@ void short_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** d
   *sp += taken, *dp += bytes;
 }
 
+// Texts of up to 32 units in two registers, zero units after them (each
+// gives one byte at the end of its step's output, taken off again).
+void tiny_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  const unsigned n = static_cast<unsigned>(se - *sp);
+  const auto* p = reinterpret_cast<const unsigned char*>(*sp);
+  __m256i v[2];
+  v[0] = n >= 16 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)) : load_partial32(p, 2 * n);
+  v[1] = n >= 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32))
+       : n > 16  ? load_partial32(p + 32, 2 * (n - 16))
+                 : _mm256_setzero_si256();
+  alignas(32) rscpUtf8 tmp[2 * 48 + 32];
+  const std::size_t room = static_cast<std::size_t>(de - *dp);
+  rscpUtf8* const d0 = room >= sizeof tmp ? *dp : tmp;
+  rscpUtf8* d = d0;
+  unsigned taken = 0;
+  for (unsigned k = 0; k < 2 && taken < n; ++k) {
+    const unsigned real = std::min(n - 16 * k, 16u);
+    const __m256i sur = _mm256_cmpeq_epi16(_mm256_and_si256(v[k], _mm256_set1_epi16(static_cast<short>(0xF800))),
+                                           _mm256_set1_epi16(static_cast<short>(0xD800)));
+    Encoded e{16, 0};
+    if (_mm256_testz_si256(sur, sur))
+      e.bytes = encode_plain16(v[k], d);
+    else
+      e = encode_pairs16(v[k], d);
+    if (e.units == 0) break;  // a lone surrogate: the scalar code takes it from here
+    d += e.bytes - (16 - real);
+    taken += e.units < real ? e.units : real;
+    if (e.units < 16) break;  // a high half waits for its low one
+  }
+  if (static_cast<std::size_t>(d - d0) > room) return;  // the scalar code fills the room and reports
+  if (d0 == tmp) copy_bytes(*dp, tmp, static_cast<std::size_t>(d - tmp));
+  *sp += taken, *dp += d - d0;
+}
+
 void utf16_to_utf8_avx2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  if (se - *sp <= 32) return tiny_utf16_to_utf8(sp, se, dp, de);
   long_utf16_to_utf8<false>(sp, se, dp, de);
   if (se - *sp < 32 || de - *dp < 64) short_utf16_to_utf8(sp, se, dp, de);
 }
