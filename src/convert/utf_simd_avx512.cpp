@@ -29,6 +29,25 @@ NUV_VBMI2 void utf8_to_utf16_avx512(const rscpUtf8** sp, const rscpUtf8* se, NUV
       43, 44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62};
   const __m512i back1 = _mm512_load_si512(kBack1);
   const __m512i back2 = _mm512_permutexvar_epi8(back1, back1);
+  // Leads at bytes 0, 3, ..., 60 (bit 63, the start of the next character, is ignored).
+  constexpr uint64_t kEvery3 = 0x1249249249249249ull;
+  struct Three {
+    __m512i lastMid, lead;
+  } three;
+  {
+    alignas(64) static constexpr struct Idx {
+      uint8_t lastMid[64], lead[64];
+      constexpr Idx() : lastMid(), lead() {
+        for (int j = 0; j < 32; ++j) {
+          const int c = j < 21 ? j : 20;
+          lastMid[2 * j] = static_cast<uint8_t>(3 * c + 2), lastMid[2 * j + 1] = static_cast<uint8_t>(3 * c + 1);
+          lead[2 * j] = static_cast<uint8_t>(3 * c), lead[2 * j + 1] = static_cast<uint8_t>(3 * c);
+        }
+      }
+    } kIdx{};
+    three.lastMid = _mm512_load_si512(kIdx.lastMid);
+    three.lead = _mm512_load_si512(kIdx.lead);
+  }
   for (;;) {
     // A block is at most as many bytes as there are units of room (no byte
     // gives more than one unit); a short block is loaded masked and the
@@ -77,6 +96,17 @@ NUV_VBMI2 void utf8_to_utf16_avx512(const rscpUtf8** sp, const rscpUtf8* se, NUV
       ends &= q >= 2 ? (1ull << (q - 1)) - 1 : 0;
     }
     if (ends == 0) break;
+    if (whole && (err | (lead3 ^ kEvery3)) << 1 == 0) {
+      // 21 three-byte characters (the usual run of CJK text): lead, middle
+      // and last bytes gathered into 16-bit lanes, no compress.
+      const __m512i lm = _mm512_permutexvar_epi8(three.lastMid, v), ld = _mm512_permutexvar_epi8(three.lead, v);
+      const __m512i val = _mm512_ternarylogic_epi32(
+          _mm512_slli_epi16(ld, 12), _mm512_srli_epi16(_mm512_and_si512(lm, _mm512_set1_epi16(0x3F00)), 2),
+          _mm512_and_si512(lm, _mm512_set1_epi16(0x3F)), 0xFE);
+      _mm512_storeu_si512(d, val);
+      s += 63, d += 21;
+      continue;
+    }
     const unsigned taken = 64 - static_cast<unsigned>(__builtin_clzll(ends));
     const uint64_t keep = taken == 64 ? ~0ull : (1ull << taken) - 1;
     const uint64_t mLo4 = lead4 << 3, mHi4 = lead4 << 2;
