@@ -210,7 +210,7 @@ __attribute__((always_inline)) inline Walked pack_lanes(__m256i val, unsigned em
 
 __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64_t e, uint64_t h, NUV_UTF16* d,
                                                        __m256i three) {
-  if ((h & 0xFF) == 0 && (e & 0xFF) == 0xFF) {  // a run of ASCII
+  if (static_cast<uint32_t>(h) == 0 && (e & 1)) {  // 32 bytes of ASCII (shorter runs go by 16-byte steps)
     unsigned run = ~e ? static_cast<unsigned>(__builtin_ctzll(~e)) : 64;
     if (h) run = std::min(run, static_cast<unsigned>(__builtin_ctzll(h)));
     run = std::min(run, 32u);
