@@ -86,7 +86,6 @@ inline void copy_padded(unsigned char* buf, const unsigned char* p, std::size_t 
 // Packs the 16-bit lanes of eight whose bit is set in the key to the front.
 struct PackLanes {
   alignas(16) uint8_t shuf[16];
-  uint8_t count;
 };
 struct PackLanesTable {
   PackLanes e[256];
@@ -95,7 +94,6 @@ struct PackLanesTable {
       unsigned n = 0;
       for (unsigned j = 0; j < 8; ++j)
         if (key >> j & 1) e[key].shuf[2 * n] = static_cast<uint8_t>(2 * j), e[key].shuf[2 * n + 1] = static_cast<uint8_t>(2 * j + 1), ++n;
-      e[key].count = static_cast<uint8_t>(n);
       for (unsigned k = 2 * n; k < 16; ++k) e[key].shuf[k] = 0x80;
     }
   }
@@ -204,8 +202,11 @@ __attribute__((always_inline)) inline Walked pack_lanes(__m256i val, unsigned em
       val, _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(p0.shuf))),
                                    _mm_load_si128(reinterpret_cast<const __m128i*>(p1.shuf)), 1));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d + p0.count), _mm256_extracti128_si256(packed, 1));
-  return {consumed, static_cast<unsigned>(p0.count + p1.count)};
+  // Counts from the mask, not the table: the next step's stores need not
+  // wait for a load.
+  const unsigned n0 = static_cast<unsigned>(__builtin_popcount(emit & 0xFF));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n0), _mm256_extracti128_si256(packed, 1));
+  return {consumed, static_cast<unsigned>(__builtin_popcount(emit))};
 }
 
 __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64_t e, uint64_t h, NUV_UTF16* d,
