@@ -1,6 +1,7 @@
 // AVX2 kernels of the checking UTF-8 <-> UTF-16 converters (chosen at run
-// time).  Runs of ASCII go 64 at a time; mixed text goes through shuffle
-// tables built at compile time.
+// time).  Runs of ASCII go 64 at a time; mixed text goes in steps of 16
+// bytes or 16 units, packed by shuffle tables built at compile time; short
+// texts are converted from registers or from a copy padded with zeros.
 #include <immintrin.h>
 
 #include <algorithm>
@@ -407,8 +408,8 @@ inline __m256i three_byte_forms(__m256i u) {
       _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(u, six)), 16));
 }
 
-// Sixteen units without surrogates, 64 bytes of room.
-// Returns the bytes written.
+// Sixteen units without surrogates, 64 bytes of room; returns the bytes
+// written.
 __attribute__((always_inline)) inline unsigned encode_plain16(const __m256i v, rscpUtf8* d) {
   alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
   const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
@@ -526,7 +527,8 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       }
       continue;
     }
-    // Surrogates stop the vector run; valid pairs are written here one by one.
+    // Surrogates: pairs go sixteen units a step; a lone one stops the run
+    // after the units before it.
     const __m256i sur = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
                                            _mm256_set1_epi16(static_cast<short>(0xD800)));
     const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
@@ -544,8 +546,7 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       s += e.units, d += e.bytes;
       continue;
     }
-    // Eight units; surrogate pairs are written as two halves of two bytes
-    // each (the low half takes two bits of the unit before it).
+    // A lone surrogate among the sixteen: eight or four units before it.
     const __m128i v8 = _mm256_castsi256_si128(v);
     const __m128i top6 = _mm_and_si128(v8, _mm_set1_epi16(static_cast<short>(0xFC00)));
     const __m128i hs = _mm_cmpeq_epi16(top6, _mm_set1_epi16(static_cast<short>(0xD800)));
