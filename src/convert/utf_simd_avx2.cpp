@@ -476,6 +476,44 @@ struct Encoded {
   unsigned units, bytes;
 };
 
+// Sixteen units none of which takes three bytes: ASCII, two-byte forms and
+// surrogate pairs, each half of a pair two bytes (the low half takes two
+// bits of the unit before it), all in 16-bit lanes and packed by one table
+// entry per eight lanes.  A high half in the last lane waits for the next
+// step.  {0, 0} when a unit takes three bytes or a surrogate is lone.
+__attribute__((always_inline)) inline Encoded encode16_narrow_pairs(const __m256i v, rscpUtf8* d) {
+  const __m256i top5 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)));
+  const __m256i narrow = _mm256_or_si256(_mm256_cmpeq_epi16(top5, _mm256_setzero_si256()),
+                                         _mm256_cmpeq_epi16(top5, _mm256_set1_epi16(static_cast<short>(0xD800))));
+  if (!_mm256_testc_si256(narrow, _mm256_set1_epi8(-1))) return {0, 0};
+  const __m256i top6 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+  const __m256i hs = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
+  const __m256i ls = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
+  const unsigned hsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(hs)), 0x55555555u));
+  const unsigned lsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ls)), 0x55555555u));
+  if (((hsm << 1) & 0xFFFF) != lsm) return {0, 0};
+  const __m256i prev = _mm256_alignr_epi8(v, _mm256_permute2x128_si256(v, v, 0x08), 14);
+  const __m256i k3f = _mm256_set1_epi16(0x3F), k80 = _mm256_set1_epi16(0x80);
+  const __m256i last = _mm256_slli_epi16(_mm256_or_si256(_mm256_and_si256(v, k3f), k80), 8);
+  const __m256i ascii = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80))),
+                                           _mm256_setzero_si256());
+  const __m256i chi = _mm256_add_epi16(_mm256_and_si256(v, _mm256_set1_epi16(0x3FF)), _mm256_set1_epi16(0x40));
+  const __m256i high = _mm256_or_si256(
+      _mm256_or_si256(_mm256_srli_epi16(chi, 8), _mm256_set1_epi16(0xF0)),
+      _mm256_slli_epi16(_mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(chi, 2), k3f), k80), 8));
+  const __m256i low = _mm256_or_si256(
+      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(prev, _mm256_set1_epi16(3)), 4),
+                      _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(v, 6), _mm256_set1_epi16(0xF)), k80)),
+      last);
+  __m256i w = _mm256_blendv_epi8(_mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(v, 6), _mm256_set1_epi16(0xC0)), last),
+                                 v, ascii);
+  w = _mm256_blendv_epi8(_mm256_blendv_epi8(w, high, hs), low, ls);
+  const unsigned wait = hsm >> 15;  // the last lane is packed as one byte that is not counted
+  const unsigned two = ~static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ascii)), 0x55555555u)) &
+                       (0xFFFFu >> wait);
+  return {16 - wait, store_halves(w, kPack2.e[two & 0xFF], kPack2.e[two >> 8], d) - wait};
+}
+
 // Sixteen units whose surrogates all pair up (a high half in the last lane
 // waits for the next step); {0, 0} when one does not.
 __attribute__((always_inline)) inline Encoded encode_pairs16(const __m256i v, rscpUtf8* d) {
@@ -542,7 +580,7 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
-    if (const Encoded e = encode_pairs16(v, d); e.units) {
+    if (Encoded e = encode16_narrow_pairs(v, d); e.units || (e = encode_pairs16(v, d)).units) {
       s += e.units, d += e.bytes;
       continue;
     }
@@ -622,7 +660,7 @@ void tiny_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     Encoded e{16, 0};
     if (_mm256_testz_si256(sur, sur))
       e.bytes = encode_plain16(v[k], d);
-    else
+    else if (e = encode16_narrow_pairs(v[k], d); !e.units)
       e = encode_pairs16(v[k], d);
     if (e.units == 0) break;  // a lone surrogate: the scalar code takes it from here
     d += e.bytes - (16 - real);
