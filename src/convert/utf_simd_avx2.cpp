@@ -489,9 +489,9 @@ __attribute__((always_inline)) inline Encoded encode16_narrow_pairs(const __m256
   const __m256i top6 = _mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFC00)));
   const __m256i hs = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)));
   const __m256i ls = _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)));
-  const unsigned hsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(hs)), 0x55555555u));
-  const unsigned lsm = static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ls)), 0x55555555u));
-  if (((hsm << 1) & 0xFFFF) != lsm) return {0, 0};
+  // Pairs: a low half exactly where the lane before holds a high half.
+  const __m256i hsBefore = _mm256_alignr_epi8(hs, _mm256_permute2x128_si256(hs, hs, 0x08), 14);
+  if (!_mm256_testz_si256(_mm256_xor_si256(hsBefore, ls), _mm256_xor_si256(hsBefore, ls))) return {0, 0};
   const __m256i prev = _mm256_alignr_epi8(v, _mm256_permute2x128_si256(v, v, 0x08), 14);
   const __m256i k3f = _mm256_set1_epi16(0x3F), k80 = _mm256_set1_epi16(0x80);
   const __m256i last = _mm256_slli_epi16(_mm256_or_si256(_mm256_and_si256(v, k3f), k80), 8);
@@ -508,10 +508,10 @@ __attribute__((always_inline)) inline Encoded encode16_narrow_pairs(const __m256
   __m256i w = _mm256_blendv_epi8(_mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(v, 6), _mm256_set1_epi16(0xC0)), last),
                                  v, ascii);
   w = _mm256_blendv_epi8(_mm256_blendv_epi8(w, high, hs), low, ls);
-  const unsigned wait = hsm >> 15;  // the last lane is packed as one byte that is not counted
-  const unsigned two = ~static_cast<unsigned>(_pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(ascii)), 0x55555555u)) &
-                       (0xFFFFu >> wait);
-  return {16 - wait, store_halves(w, kPack2.e[two & 0xFF], kPack2.e[two >> 8], d) - wait};
+  // The last lane's high half waits: packed as one byte that is not counted.
+  const unsigned wait = static_cast<unsigned>(_mm256_movemask_epi8(hs)) >> 31;
+  const unsigned two = ~static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(ascii, ascii))) & ~(wait << 23);  // lane 15 is bit 23
+  return {16 - wait, store_halves(w, kPack2.e[two & 0xFF], kPack2.e[two >> 16 & 0xFF], d) - wait};
 }
 
 // Sixteen units whose surrogates all pair up (a high half in the last lane
