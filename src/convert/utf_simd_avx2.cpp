@@ -578,11 +578,15 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
       s += 16;
       continue;
     }
+    if (const Encoded e = encode16_narrow_pairs(v, d); e.units) {
+      s += e.units, d += e.bytes;
+      continue;
+    }
     if constexpr (Pairs512) {
       if (!encode_pairs16_avx512(s, se, d, de)) break;
       continue;
     }
-    if (Encoded e = encode16_narrow_pairs(v, d); e.units || (e = encode_pairs16(v, d)).units) {
+    if (const Encoded e = encode_pairs16(v, d); e.units) {
       s += e.units, d += e.bytes;
       continue;
     }
