@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "convert/utf8_pack_avx2.h"
 #include "convert/utf_simd.h"
@@ -335,6 +336,43 @@ done:
   *sp = s, *dp = d;
 }
 
+// Sixteen bytes x0 in registers, each such step on its own: x1, x2, x3
+// are the same bytes one, two and three places later (the bytes before x0
+// moved in).  Every byte computes the unit of a character ending there, a
+// four-byte form the high surrogate at its third byte and the low one at
+// its last; e has bit i set when a proved character ends at byte i.  Writes
+// 16 units at d, returns the units that count.
+// Longest: the longest form the bytes hold (2: no byte from 0xE0 up, 3: none
+// from 0xF0 up, 4: any); the shorter kinds skip the forms that cannot occur.
+template <int Longest>
+__attribute__((always_inline)) inline unsigned chunk16(__m128i x0, __m128i x1, __m128i x2, __m128i x3, uint64_t e,
+                                                       NUV_UTF16* d) {
+  const __m256i b0 = _mm256_cvtepu8_epi16(x0), b1 = _mm256_cvtepu8_epi16(x1);
+  const __m256i k3f = _mm256_set1_epi16(0x3F), low6 = _mm256_and_si256(b0, k3f);
+  const auto ge = [](__m256i v, short c) { return _mm256_cmpgt_epi16(v, _mm256_set1_epi16(static_cast<short>(c - 1))); };
+  __m256i val = _mm256_blendv_epi8(b0, _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0x1F)), 6), low6),
+                                   ge(b1, 0xC0));
+  if constexpr (Longest == 2) return pack_lanes(val, static_cast<unsigned>(e & 0xFFFF), 16, d).produced;
+  const __m256i b2 = _mm256_cvtepu8_epi16(x2);
+  const __m256i mid6 = _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 6);
+  val = _mm256_blendv_epi8(val, _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b2, 12), mid6), low6), ge(b2, 0xE0));
+  if constexpr (Longest == 3) return pack_lanes(val, static_cast<unsigned>(e & 0xFFFF), 16, d).produced;
+  const __m128i kF0 = _mm_set1_epi8(static_cast<char>(0xF0));
+  const unsigned third = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(x2, kF0), kF0)));
+  const unsigned emit = static_cast<unsigned>((e | (third & (e >> 1))) & 0xFFFF);
+  const __m256i b3 = _mm256_cvtepu8_epi16(x3);
+  const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
+                                                         _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
+                                         _mm256_srli_epi16(low6, 4));
+  val = _mm256_blendv_epi8(val, _mm256_add_epi16(hiBits, _mm256_set1_epi16(static_cast<short>(0xD7C0))), ge(b2, 0xF0));
+  val = _mm256_blendv_epi8(
+      val,
+      _mm256_or_si256(_mm256_set1_epi16(static_cast<short>(0xDC00)),
+                      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0xF)), 6), low6)),
+      ge(b3, 0xF0));
+  return pack_lanes(val, emit, 16, d).produced;
+}
+
 // Texts below 128 bytes (and the ends of longer ones): the bytes are copied
 // into a block of zeros, which ends any character cut at the end, so the
 // same check and walk run without reading past the source.
@@ -347,13 +385,40 @@ void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp
   alignas(32) rscpUtf8 buf[kShortBytes + 1 + 64];
   Carry carry{};
   Checked a, b{0, ~0ull, 0};
-  if (n <= 32) {  // the check takes the registers, the walk reads the copy
+  if (n <= 32) {  // in registers: the check, then two steps of 16 bytes
     const __m256i v0 = n == 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(*sp)) : load_partial32(*sp, n);
-    const __m256i z = _mm256_setzero_si256();
-    _mm256_store_si256(reinterpret_cast<__m256i*>(buf), v0);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(buf + 32), z);
-    _mm256_store_si256(reinterpret_cast<__m256i*>(buf + 64), z);
-    a = check_vectors(v0, z, carry);
+    a = check_vectors(v0, _mm256_setzero_si256(), carry);
+    if (a.high == 0 && room >= 32) {  // ASCII
+      widen32(v0, *dp);
+      *sp += n, *dp += n;
+      return;
+    }
+    uint64_t E = (a.start >> 1) & ((1ull << n) - 1);
+    if (a.err) {
+      const unsigned q = static_cast<unsigned>(__builtin_ctzll(a.err));
+      E &= q >= 2 ? (1ull << (q - 1)) - 1 : 0;
+    }
+    if (E == 0) return;
+    alignas(32) NUV_UTF16 tmp[32 + 16];
+    NUV_UTF16* const d0 = room >= 48 ? *dp : tmp;  // each step writes 16 units
+    const __m128i x0 = _mm256_castsi256_si128(v0), x1 = _mm256_extracti128_si256(v0, 1), z = _mm_setzero_si128();
+    const __m256i kE0 = _mm256_set1_epi8(static_cast<char>(0xE0)), kF0 = _mm256_set1_epi8(static_cast<char>(0xF0));
+    NUV_UTF16* d = d0;
+    const auto steps = [&](auto longest) {
+      constexpr int N = decltype(longest)::value;
+      d += chunk16<N>(x0, _mm_alignr_epi8(x0, z, 15), _mm_alignr_epi8(x0, z, 14), _mm_alignr_epi8(x0, z, 13), E, d);
+      if (E >> 16)
+        d += chunk16<N>(x1, _mm_alignr_epi8(x1, x0, 15), _mm_alignr_epi8(x1, x0, 14), _mm_alignr_epi8(x1, x0, 13), E >> 16, d);
+    };
+    if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_max_epu8(v0, kE0), v0)) == 0)
+      steps(std::integral_constant<int, 2>{});
+    else if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_max_epu8(v0, kF0), v0)) == 0)
+      steps(std::integral_constant<int, 3>{});
+    else
+      steps(std::integral_constant<int, 4>{});
+    if (d0 == tmp) copy_bytes(*dp, tmp, static_cast<std::size_t>(d - tmp) * 2);
+    *sp += 64 - __builtin_clzll(E), *dp += d - d0;
+    return;
   } else {
     copy_padded(buf, *sp, n);
     a = check_block(buf, carry);
