@@ -29,6 +29,8 @@ bool cpu_has_avx512_vbmi2();
 // and those steps.
 void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* se, rscpUtf8*& d, rscpUtf8* de);
+// The AVX2 encoder for texts of at most 32 units (from registers).
+void utf16_to_utf8_avx2_tiny(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
 
 // The kernel in use (the best the CPU runs), or null for scalar only.
 const UtfKernels* utf_kernels();

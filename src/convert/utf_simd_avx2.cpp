@@ -755,6 +755,10 @@ void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** sp, const NUV_UTF16* se, rscp
   long_utf16_to_utf8<true>(sp, se, dp, de);
 }
 
+void utf16_to_utf8_avx2_tiny(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp, rscpUtf8* de) {
+  tiny_utf16_to_utf8(sp, se, dp, de);
+}
+
 const UtfKernels kUtfAvx2{"avx2", utf8_to_utf16_avx2, utf16_to_utf8_avx2};
 
 }  // namespace nuv::rscp
