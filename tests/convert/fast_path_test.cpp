@@ -2,6 +2,7 @@
 // scalar base routines, for every kernel this CPU runs: random valid text of
 // every mix, the same text with damage at random places, and buffers that end
 // at every position, with identical results, reports and pointers.
+#include <algorithm>
 #include <memory>
 
 #include "conv_support.h"
@@ -198,6 +199,83 @@ TEST_P(FastPath, ShortTextsAtPageEnds) {
           expect_same(fast, encode_at(false, in16, units.size(), dst.tail<rscpUtf8>(room), room), what + " encode");
         }
       }
+    }
+}
+
+// With a substitution character and a counter the decoder goes on after bad
+// input: the scalar code substitutes, then hands back to the kernel.
+TEST_P(FastPath, SubstitutingDecoderMatchesScalar) {
+  KernelScope scope(GetParam());
+  std::mt19937 rng(4711);
+  const std::string junk[] = {"\xFF", "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\x80", "\xE2\x82", "\xF0\x9F\x98"};
+  for (int round = 0; round < 300; ++round) {
+    std::string u8 = to_iconv("UTF-8", flavoured(rng, round % 5, 1 + rng() % 300));
+    for (unsigned k = rng() % 6; k > 0; --k) u8.insert(rng() % (u8.size() + 1), junk[rng() % std::size(junk)]);
+    const uint32_t subst = round % 2 ? 0xFFFD : '?';
+    const std::size_t room = round % 3 ? u8.size() + 8 : rng() % (u8.size() + 1);
+    std::vector<char16_t> out[2];
+    uint32_t count[2] = {77, 77};
+    rscpStatus rc[2];
+    std::ptrdiff_t at[2], written[2];
+    for (int fast = 0; fast < 2; ++fast) {
+      out[fast].assign(room + 1, 0);
+      const auto* s = reinterpret_cast<const rscpUtf8*>(u8.data());
+      char16_t* d = out[fast].data();
+      HookRecorder rec;
+      rc[fast] = fast ? Utf8nToUtf16nSubst(&s, s + u8.size(), &d, d + room, &subst, &count[fast])
+                      : Utf8nToUtf16nBase(&s, s + u8.size(), &d, d + room, &subst, &count[fast], 1, 0);
+      at[fast] = s - reinterpret_cast<const rscpUtf8*>(u8.data()), written[fast] = d - out[fast].data();
+    }
+    ASSERT_EQ(rc[0], rc[1]) << round;
+    ASSERT_EQ(at[0], at[1]) << round;
+    ASSERT_EQ(written[0], written[1]) << round;
+    ASSERT_EQ(count[0], count[1]) << round;
+    ASSERT_TRUE(std::equal(out[0].begin(), out[0].begin() + written[0], out[1].begin())) << round;
+  }
+}
+
+// Each shape of character (and of damage) at every position of texts up to
+// 40 bytes / 70 units: the register paths split texts into steps of 16, so
+// characters across those borders and at the very end are the cases.
+TEST_P(FastPath, EveryShapeAtEveryPositionOfShortTexts) {
+  KernelScope scope(GetParam());
+  const std::string shapes8[] = {"\xC3\xA9", "\xDF\xBF", "\xE4\xB8\x80", "\xEF\xBF\xBF", "\xF0\x9F\x98\x80",
+                                 "\xF4\x8F\xBF\xBF", "\xC0\x80", "\xE0\x80\x80", "\xF4\x90\x80\x80", "\xFF", "\x80",
+                                 "\xE4\xB8"};
+  for (const auto& shape : shapes8)
+    for (std::size_t len = 1; len <= 40; ++len)
+      for (std::size_t at = 0; at <= len; ++at) {
+        std::string t(len, 'a');
+        t.insert(at, shape);
+        const std::string what = "decode len " + std::to_string(len) + " at " + std::to_string(at);
+        expect_same(decode(true, t, t.size() + 4), decode(false, t, t.size() + 4), what);
+      }
+  const std::vector<char16_t> shapes16[] = {{0x7F}, {0xE9}, {0x7FF}, {0x800}, {0xFFFF}, {0xD83D, 0xDE00},
+                                            {0xDBFF, 0xDFFF}, {0xD800}, {0xDC00}, {0xD800, 0x41}};
+  for (const auto& shape : shapes16)
+    for (std::size_t len = 1; len <= 70; ++len)
+      for (std::size_t at = 0; at <= len; ++at) {
+        std::vector<char16_t> t(len, u'b');
+        t.insert(t.begin() + static_cast<std::ptrdiff_t>(at), shape.begin(), shape.end());
+        const std::string what = "encode len " + std::to_string(len) + " at " + std::to_string(at);
+        expect_same(encode(true, t, 3 * t.size() + 4), encode(false, t, 3 * t.size() + 4), what);
+      }
+}
+
+// Every amount of room, from none to more than enough, for short texts of
+// each kind: kernels stop at whole characters and the reports agree.
+TEST_P(FastPath, EveryRoomForShortTexts) {
+  KernelScope scope(GetParam());
+  std::mt19937 rng(31);
+  for (int flavour = 0; flavour < 5; ++flavour)
+    for (std::size_t chars : {7, 20, 33, 70}) {
+      const auto text = flavoured(rng, flavour, chars);
+      const std::string u8 = to_iconv("UTF-8", text);
+      const auto units = from_bytes<char16_t>(to_iconv("UTF-16LE", text));
+      for (std::size_t room = 0; room <= units.size() + 2; ++room)
+        expect_same(decode(true, u8, room), decode(false, u8, room), "decode room " + std::to_string(room));
+      for (std::size_t room = 0; room <= u8.size() + 2; ++room)
+        expect_same(encode(true, units, room), encode(false, units, room), "encode room " + std::to_string(room));
     }
 }
 
