@@ -262,10 +262,10 @@ __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64
   }
   const __m256i b2 = _mm256_cvtepu8_epi16(_mm_slli_si128(x, 2)), b3 = _mm256_cvtepu8_epi16(_mm_slli_si128(x, 3));
   const __m256i mid6 = _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 6);
-  __m256i val = b0;
-  val = _mm256_blendv_epi8(val, two, _mm256_andnot_si256(ge(b1, 0xE0), ge(b1, 0xC0)));
-  val = _mm256_blendv_epi8(val, _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b2, 12), mid6), low6),
-                           _mm256_andnot_si256(ge(b2, 0xF0), ge(b2, 0xE0)));
+  // Each later form overrides the earlier ones where both apply; lanes that
+  // end no character are not kept.
+  __m256i val = _mm256_blendv_epi8(b0, two, ge(b1, 0xC0));
+  val = _mm256_blendv_epi8(val, _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b2, 12), mid6), low6), ge(b2, 0xE0));
   const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
                                                          _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
                                          _mm256_srli_epi16(low6, 4));
