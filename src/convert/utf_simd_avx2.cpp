@@ -138,13 +138,14 @@ struct Carry {
 
 struct Checked {
   uint64_t high, start, err;  // bytes >= 0x80, starts of characters, errors
+  unsigned longest;           // longest form a lead byte announces (1 to 4)
 };
 
 __attribute__((always_inline)) inline Checked check_vectors(const __m256i v0, const __m256i v1, Carry& c) {
   const uint64_t high = mask64(v0, v1);
   if ((high | c.cont) == 0) {
     c = {};
-    return {0, ~0ull, 0};
+    return {0, ~0ull, 0, 1};
   }
   // Signed compares: ASCII bytes are positive, so each mask is cut to bytes >= 0x80.
   const uint64_t geC0 = gt64(v0, v1, -65) & high, geE0 = gt64(v0, v1, -33) & high;
@@ -168,7 +169,7 @@ __attribute__((always_inline)) inline Checked check_vectors(const __m256i v0, co
     next.f0 = f0 >> 63, next.f4 = f4 >> 63;
   }
   c = next;
-  return {high, ~cont, err};
+  return {high, ~cont, err, geF0 ? 4u : geE0 ? 3u : geC0 ? 2u : 1u};
 }
 
 inline Checked check_block(const rscpUtf8* p, Carry& c) {
@@ -280,62 +281,6 @@ __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64
   return pack_lanes(val, ends | lead4 << 2, consumed, d);
 }
 
-void long_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
-  const rscpUtf8* s = *sp;
-  NUV_UTF16* d = *dp;
-  // Plain ASCII needs no walk.
-  while (se - s >= 64 && de - d >= 64) {
-    const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-    const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
-    if (!_mm256_testz_si256(_mm256_or_si256(v0, v1), _mm256_set1_epi8(-128))) break;
-    widen32(v0, d), widen32(v1, d + 32);
-    s += 64, d += 64;
-  }
-  if (se - s < 128 || de - d < 160) {
-    *sp = s, *dp = d;
-    return;
-  }
-  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
-  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
-  constexpr uint64_t kNo63 = ~0ull >> 1;
-  // Two checked blocks, [base, base + 128) in bounds: E0/H0 the first, E1/H1
-  // the second (E1 bit 63 waits for the block after it).
-  const rscpUtf8* base = s;
-  Carry carry{};
-  const Checked a = check_block(base, carry), b = check_block(base + 64, carry);
-  uint64_t E0 = (a.start >> 1) | (b.start << 63), E1 = (b.start >> 1) & kNo63, H0 = a.high, H1 = b.high;
-  bool stop = false;  // an error was found: check no further
-  if (a.err) {
-    const unsigned q = static_cast<unsigned>(__builtin_ctzll(a.err));
-    E0 &= q >= 2 ? (1ull << (q - 1)) - 1 : 0, E1 = 0, stop = true;
-  } else if (b.err) {
-    cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(b.err))), stop = true;
-  }
-  unsigned pos = 0;
-  for (;;) {
-    while (pos < 64) {
-      const uint64_t e = pos ? (E0 >> pos) | (E1 << (64 - pos)) : E0;
-      const uint64_t h = pos ? (H0 >> pos) | (H1 << (64 - pos)) : H0;
-      const Walked st = walk_step(base + pos, e, h, d, three);
-      if (st.consumed == 0) goto done;  // nothing proved here: the scalar code goes on
-      pos += st.consumed, d += st.produced;
-    }
-    // On to the next block: the one after it must be in bounds and checked.
-    base += 64, pos -= 64;
-    if (se - base < 128 || de - d < 160) break;
-    if (stop) {
-      E0 = E1, E1 = 0, H0 = H1, H1 = 0;
-    } else {
-      const Checked c = check_block(base + 64, carry);
-      E0 = E1 | (c.start << 63), E1 = (c.start >> 1) & kNo63, H0 = H1, H1 = c.high;
-      if (c.err) cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(c.err))), stop = true;
-    }
-  }
-done:
-  s = base + pos;
-  *sp = s, *dp = d;
-}
-
 // Sixteen bytes x0 in registers, each such step on its own: x1, x2, x3
 // are the same bytes one, two and three places later (the bytes before x0
 // moved in).  Every byte computes the unit of a character ending there, a
@@ -373,6 +318,86 @@ __attribute__((always_inline)) inline unsigned chunk16(__m128i x0, __m128i x1, _
   return pack_lanes(val, emit, 16, d).produced;
 }
 
+void long_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp, NUV_UTF16* de) {
+  const rscpUtf8* s = *sp;
+  NUV_UTF16* d = *dp;
+  // Plain ASCII needs no walk.
+  while (se - s >= 64 && de - d >= 64) {
+    const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
+    if (!_mm256_testz_si256(_mm256_or_si256(v0, v1), _mm256_set1_epi8(-128))) break;
+    widen32(v0, d), widen32(v1, d + 32);
+    s += 64, d += 64;
+  }
+  if (se - s < 128 || de - d < 160) {
+    *sp = s, *dp = d;
+    return;
+  }
+  alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
+  const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
+  constexpr uint64_t kNo63 = ~0ull >> 1;
+  // Two checked blocks, [base, base + 128) in bounds: E0/H0 the first, E1/H1
+  // the second (E1 bit 63 waits for the block after it).
+  const rscpUtf8* base = s;
+  Carry carry{};
+  const Checked a = check_block(base, carry), b = check_block(base + 64, carry);
+  uint64_t E0 = (a.start >> 1) | (b.start << 63), E1 = (b.start >> 1) & kNo63, H0 = a.high, H1 = b.high;
+  unsigned L0 = a.longest, L1 = b.longest;
+  bool stop = false;  // an error was found: check no further
+  if (a.err) {
+    const unsigned q = static_cast<unsigned>(__builtin_ctzll(a.err));
+    E0 &= q >= 2 ? (1ull << (q - 1)) - 1 : 0, E1 = 0, stop = true;
+  } else if (b.err) {
+    cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(b.err))), stop = true;
+  }
+  unsigned pos = 0;
+  for (;;) {
+    // Blocks of one- and two-byte forms, or with four-byte ones: four 16-byte
+    // steps at fixed places, independent of each other, take the characters
+    // that end in the block; the walk goes on from there.  (Three-byte text
+    // keeps the walk, whose shortcuts take its runs faster.)
+    if ((L0 == 2 || L0 == 4) && pos < 16) {
+      if (const uint64_t E = E0 & (~0ull << pos)) {
+        __m128i prev = base == s ? _mm_setzero_si128() : _mm_loadu_si128(reinterpret_cast<const __m128i*>(base - 16));
+        const auto steps = [&](auto longest) {
+          for (unsigned k = 0; k < 4; ++k) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + 16 * k));
+            d += chunk16<decltype(longest)::value>(x, _mm_alignr_epi8(x, prev, 15), _mm_alignr_epi8(x, prev, 14),
+                                                   _mm_alignr_epi8(x, prev, 13), E >> (16 * k), d);
+            prev = x;
+          }
+        };
+        if (L0 == 2)
+          steps(std::integral_constant<int, 2>{});
+        else
+          steps(std::integral_constant<int, 4>{});
+        pos = 64 - static_cast<unsigned>(__builtin_clzll(E));
+      }
+    }
+    while (pos < 64) {
+      const uint64_t e = pos ? (E0 >> pos) | (E1 << (64 - pos)) : E0;
+      const uint64_t h = pos ? (H0 >> pos) | (H1 << (64 - pos)) : H0;
+      const Walked st = walk_step(base + pos, e, h, d, three);
+      if (st.consumed == 0) goto done;  // nothing proved here: the scalar code goes on
+      pos += st.consumed, d += st.produced;
+    }
+    // On to the next block: the one after it must be in bounds and checked.
+    base += 64, pos -= 64;
+    if (se - base < 128 || de - d < 160) break;
+    if (stop) {
+      E0 = E1, E1 = 0, H0 = H1, H1 = 0, L0 = L1;
+    } else {
+      const Checked c = check_block(base + 64, carry);
+      E0 = E1 | (c.start << 63), E1 = (c.start >> 1) & kNo63, H0 = H1, H1 = c.high, L0 = L1, L1 = c.longest;
+      if (c.err) cut_at_error(E0, E1, static_cast<unsigned>(__builtin_ctzll(c.err))), stop = true;
+    }
+  }
+done:
+  s = base + pos;
+  *sp = s, *dp = d;
+}
+
+
 // Texts below 128 bytes (and the ends of longer ones): the bytes are copied
 // into a block of zeros, which ends any character cut at the end, so the
 // same check and walk run without reading past the source.
@@ -384,7 +409,7 @@ void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp
   if (n == 0) return;
   alignas(32) rscpUtf8 buf[kShortBytes + 1 + 64];
   Carry carry{};
-  Checked a, b{0, ~0ull, 0};
+  Checked a, b{0, ~0ull, 0, 1};
   if (n <= 32) {  // in registers: the check, then two steps of 16 bytes
     const __m256i v0 = n == 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(*sp)) : load_partial32(*sp, n);
     a = check_vectors(v0, _mm256_setzero_si256(), carry);
