@@ -466,6 +466,28 @@ void short_utf8_to_utf16(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp
   alignas(32) NUV_UTF16 tmp[kShortBytes + 1 + 32];
   NUV_UTF16* const d0 = room >= n + 32 ? *dp : tmp;  // each step may write 32 units
   NUV_UTF16* d = d0;
+  if (const unsigned longest = std::max(a.longest, b.longest); longest == 2 || longest == 4) {
+    // Independent 16-byte steps over every character proved, as for blocks
+    // of long texts.
+    const unsigned taken = E1 ? 128 - static_cast<unsigned>(__builtin_clzll(E1)) : 64 - static_cast<unsigned>(__builtin_clzll(E0));
+    const auto steps = [&](auto kind) {
+      __m128i prev = _mm_setzero_si128();
+      for (unsigned pos = 0; pos < taken; pos += 16) {
+        const __m128i x = _mm_load_si128(reinterpret_cast<const __m128i*>(buf + pos));
+        const uint64_t e = pos == 0 ? E0 : pos < 64 ? (E0 >> pos) | (E1 << (64 - pos)) : E1 >> (pos - 64);
+        d += chunk16<decltype(kind)::value>(x, _mm_alignr_epi8(x, prev, 15), _mm_alignr_epi8(x, prev, 14),
+                                            _mm_alignr_epi8(x, prev, 13), e, d);
+        prev = x;
+      }
+    };
+    if (longest == 2)
+      steps(std::integral_constant<int, 2>{});
+    else
+      steps(std::integral_constant<int, 4>{});
+    if (d0 == tmp) copy_bytes(*dp, tmp, static_cast<std::size_t>(d - tmp) * 2);
+    *sp += taken, *dp += d - d0;
+    return;
+  }
   alignas(16) static constexpr uint8_t kThree[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80};
   const __m256i three = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kThree)));
   unsigned pos = 0;
