@@ -94,12 +94,17 @@ __attribute__((always_inline)) inline rscpStatus decode_utf8(const rscpUtf8** sr
   };
 
   [[maybe_unused]] const UtfKernels* kernels = nullptr;
+  // Bytes left when the kernel is tried next: after it stopped, the scalar
+  // code takes at least kKernelRetry bytes, so text it cannot take does not
+  // pay for a kernel call per character.
+  [[maybe_unused]] std::ptrdiff_t retryAt = srcEnd - s;
   if constexpr (Fast) kernels = utf_kernels();
   while (s != srcEnd) {
     if constexpr (Fast) {
-      if (kernels && srcEnd - s >= 32 && destEnd - d >= 32) {
+      if (kernels && srcEnd - s <= retryAt) {
         kernels->utf8_to_utf16(&s, srcEnd, &d, destEnd);
         if (s == srcEnd) break;
+        retryAt = srcEnd - s - kKernelRetry;
       }
     }
     const unsigned b = *s;

@@ -79,12 +79,14 @@ __attribute__((always_inline)) inline rscpStatus encode_utf8(const Unit** src, c
     return report(status, S.id, site);
   };
   [[maybe_unused]] const UtfKernels* kernels = nullptr;
+  [[maybe_unused]] std::ptrdiff_t retryAt = srcEnd - s;  // as in the decoder
   if constexpr (Fast) kernels = utf_kernels();
   while (s < srcEnd) {
     if constexpr (Fast) {
-      if (kernels && srcEnd - s >= 16 && destEnd - d >= 48) {
+      if (kernels && srcEnd - s <= retryAt) {
         kernels->utf16_to_utf8(&s, srcEnd, &d, destEnd);
         if (s == srcEnd) break;
+        retryAt = srcEnd - s - kKernelRetry / 2;
       }
     }
     uint32_t v = get_unit<Unit, Swap>(s);

@@ -2,12 +2,17 @@
 // advances over a prefix of the source that it has proved valid (for the
 // checking modes, without the surrogate test) and converted; it stops at
 // anything else, which the scalar code then converts or reports.  It never
-// reads at or past srcEnd and never writes at or past destEnd.
+// reads at or past srcEnd and never writes at or past destEnd.  Kernels take
+// texts of any length (short ones too) and check the room they need.
 #pragma once
 
 #include "convert/converters.h"
 
 namespace nuv::rscp {
+
+// Source bytes the scalar code converts after a kernel stopped before the
+// kernel is called again (units: half of it).
+inline constexpr std::ptrdiff_t kKernelRetry = 16;
 
 struct UtfKernels {
   const char* name;
@@ -19,9 +24,13 @@ extern const UtfKernels kUtfSse2;  // ASCII runs only
 extern const UtfKernels kUtfAvx2;    // ASCII runs and mixed runs through tables
 extern const UtfKernels kUtfAvx512;  // with VBMI and VBMI2: mixed runs through compress
 bool cpu_has_avx512_vbmi2();
-// The AVX2 encoder whose steps over surrogates are AVX-512 ones, and that step.
+// The AVX2 encoder with the AVX-512 kernel's steps over surrogate pairs (for
+// long texts on CPUs with AVX-512, where its BMP steps are the quicker ones),
+// and those steps.
 void utf16_to_utf8_avx2_pairs512(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
 unsigned encode_pairs16_avx512(const NUV_UTF16*& s, const NUV_UTF16* se, rscpUtf8*& d, rscpUtf8* de);
+// The AVX2 encoder for texts of at most 32 units (from registers).
+void utf16_to_utf8_avx2_tiny(const NUV_UTF16** src, const NUV_UTF16* srcEnd, rscpUtf8** dest, rscpUtf8* destEnd);
 
 // The kernel in use (the best the CPU runs), or null for scalar only.
 const UtfKernels* utf_kernels();

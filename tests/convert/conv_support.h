@@ -68,7 +68,7 @@ inline bool iconv_convert(const char* to, const char* from, const void* in, std:
 template <class T>
 inline std::vector<T> from_bytes(const std::string& b) {
   std::vector<T> v(b.size() / sizeof(T));
-  std::memcpy(v.data(), b.data(), v.size() * sizeof(T));
+  if (!v.empty()) std::memcpy(v.data(), b.data(), v.size() * sizeof(T));
   return v;
 }
 
