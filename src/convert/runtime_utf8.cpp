@@ -1,6 +1,11 @@
 #include "convert/runtime_utf8.h"
 
+#include <emmintrin.h>
+
 #include <cerrno>
+#include <cstdint>
+
+#include "common/nuv_internal.h"
 
 namespace {
 
@@ -20,7 +25,62 @@ inline char* put_unit(char* d, NUV_UTF16 u) {
   return d;
 }
 
+// Bytes of one page left from p: a 16-byte load from p stays inside the page
+// (and so inside mapped memory) when this is at least 16.
+inline std::size_t page_room(const void* p) { return 4096 - (reinterpret_cast<std::uintptr_t>(p) & 4095); }
+
+// Eight units 1..0x7F at src become eight bytes at dest; false (nothing
+// written) when any unit is 0 or above.  The load may pass the terminator
+// inside the page, which the sanitizer cannot know is harmless.
+NUV_NO_ASAN inline bool ascii8(char* dest, const NUV_UTF16* src) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+  const __m128i high = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)));
+  const __m128i bad = _mm_or_si128(_mm_cmpeq_epi16(v, _mm_setzero_si128()),
+                                   _mm_xor_si128(_mm_cmpeq_epi16(high, _mm_setzero_si128()), _mm_set1_epi8(-1)));
+  if (_mm_movemask_epi8(bad) != 0) return false;
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(dest), _mm_packus_epi16(v, v));
+  return true;
+}
+
 }  // namespace
+
+std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t destSize, bool pairs, bool* cut) {
+  const std::size_t room = destSize - 1;  // one byte is kept for the terminator
+  std::size_t n = 0;
+  for (;;) {
+    while (n + 8 <= room && page_room(src) >= 16 && ascii8(dest + n, src)) {
+      n += 8;
+      src += 8;
+    }
+    const NUV_UTF16 u = *src;
+    if (u == 0) {
+      *cut = false;
+      break;
+    }
+    if (pairs && (u & 0xFC00) == 0xD800 && (src[1] & 0xFC00) == 0xDC00) {
+      if (n + 4 > room) {
+        *cut = true;
+        break;
+      }
+      const unsigned v = 0x10000u + ((u - 0xD800u) << 10) + (src[1] - 0xDC00u);
+      dest[n++] = static_cast<char>(0xF0 | (v >> 18));
+      dest[n++] = static_cast<char>(0x80 | ((v >> 12) & 0x3F));
+      dest[n++] = static_cast<char>(0x80 | ((v >> 6) & 0x3F));
+      dest[n++] = static_cast<char>(0x80 | (v & 0x3F));
+      src += 2;
+      continue;
+    }
+    const std::size_t need = unit_bytes(u);
+    if (n + need > room) {
+      *cut = true;
+      break;
+    }
+    n = static_cast<std::size_t>(put_unit(dest + n, u) - dest);
+    ++src;
+  }
+  dest[n] = 0;
+  return n;
+}
 
 std::size_t U16s_To_Utf8s_U16(char* dest, const NUV_UTF16* src, std::size_t destSize) {
   if (!dest) {
@@ -116,9 +176,18 @@ inline Decoded decode_one(const unsigned char* s, std::size_t left) {
 // stops at the terminator, so claiming plenty is safe.
 constexpr std::size_t kUnbounded = 4;
 
-}  // namespace
+// Bytes of a rejected sequence that still looked right: the lead and the
+// follow-up bytes after it, up to the length the lead announces.
+inline std::size_t rejected_length(const unsigned char* s, std::size_t left) {
+  const unsigned b = s[0];
+  const std::size_t want = (b & 0xE0) == 0xC0 ? 2 : (b & 0xF0) == 0xE0 ? 3 : (b & 0xF8) == 0xF0 ? 4 : 1;
+  std::size_t k = 1;
+  while (k < want && k < left && follow(s[k])) ++k;
+  return k;
+}
 
-std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+template <bool kSkipRejected>
+std::size_t utf8n_to_u16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
                          std::size_t* errCount, unsigned int substChar) {
   const bool terminated = srcLen == static_cast<std::size_t>(-1);
   const bool writing = dest && destLen != 0;
@@ -139,7 +208,8 @@ std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, 
         return 0;
       }
       ++*errCount;
-      c = {substChar & 0xFFFFu, 1};
+      const std::size_t left = terminated ? kUnbounded : srcLen - i;
+      c = {substChar & 0xFFFFu, kSkipRejected ? rejected_length(s + i, left) : 1};
     }
     i += c.len;
     if (c.value >= 0x10000) {
@@ -156,6 +226,18 @@ std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, 
     if (terminated && c.value == 0) return n;
   }
   return n;
+}
+
+}  // namespace
+
+std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+                         std::size_t* errCount, unsigned int substChar) {
+  return utf8n_to_u16<false>(dest, destLen, src, srcLen, errCount, substChar);
+}
+
+std::size_t Utf8n_To_U16_Whole(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+                               std::size_t* errCount, unsigned int substChar) {
+  return utf8n_to_u16<true>(dest, destLen, src, srcLen, errCount, substChar);
 }
 
 std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen) {
