@@ -444,6 +444,49 @@ NUV_API NUV_UTF16 *setlocaleU(int category, const NUV_UTF16 *locale);
 NUV_API NUV_UTF16 *ttynameU16(int fd);
 NUV_API NUV_UTF16 *ttynameU(int fd);
 
+/* Command line and environment.  nlsui_initialize binds the character
+ * functions and names the profile output; call it and nlsui_store_cmdline
+ * at start-up.  Arrays are malloc'ed, closed by a null pointer. */
+NUV_API int nlsui_initialize(void);
+NUV_API void nlsui_store_cmdline(int argc, NUV_UTF16 **argv);
+/* An argument that is not UTF-8 ends the process (status 255). */
+NUV_API NUV_UTF16 **nlsui_alloc_wcsar(int argc, char **argv);
+/* Entries that are not UTF-8 are left out. */
+NUV_API NUV_UTF16 **nlsui_alloc_env(char **envp);
+NUV_API NUV_UTF16 **nlsui_getenvironU(void);
+NUV_API int nlsui_freeenvironU(NUV_UTF16 **array);
+NUV_API char **nlsui_alloc_mbsar(NUV_UTF16 **array);
+NUV_API int nlsui_wcsar2mbsar(int count, NUV_UTF16 **wideArray, char **byteArray, size_t *sizes);
+/* The value stays valid until 128 further calls; do not free it. */
+NUV_API NUV_UTF16 *getenvU16(const NUV_UTF16 *name);
+NUV_API NUV_UTF16 *getenvU(const NUV_UTF16 *name);
+NUV_API int putenvU16(const NUV_UTF16 *string);
+NUV_API int putenvU(const NUV_UTF16 *string);
+
+/* Processes.  The list forms take at most 63 arguments, arg0 included. */
+NUV_API int execlU16(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execlU(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+/* The list is closed by a null pointer and followed by the environment. */
+NUV_API int execleU16(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execleU(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execlpU16(const NUV_UTF16 *file, const NUV_UTF16 *arg0, ...);
+NUV_API int execlpU(const NUV_UTF16 *file, const NUV_UTF16 *arg0, ...);
+NUV_API int execvU16(const NUV_UTF16 *path, NUV_UTF16 *const *argv);
+NUV_API int execvU(const NUV_UTF16 *path, NUV_UTF16 *const *argv);
+NUV_API int execveU16(const NUV_UTF16 *path, NUV_UTF16 *const *argv, NUV_UTF16 *const *envp);
+NUV_API int execveU(const NUV_UTF16 *path, NUV_UTF16 *const *argv, NUV_UTF16 *const *envp);
+NUV_API int execvpU16(const NUV_UTF16 *file, NUV_UTF16 *const *argv);
+NUV_API int execvpU(const NUV_UTF16 *file, NUV_UTF16 *const *argv);
+NUV_API int systemU16(const NUV_UTF16 *command);
+NUV_API int systemU(const NUV_UTF16 *command);
+NUV_API FILE *popenU16(const NUV_UTF16 *command, const NUV_UTF16 *type);
+NUV_API FILE *popenU(const NUV_UTF16 *command, const NUV_UTF16 *type);
+/* *ahost is a buffer of at least 256 units; it receives the official name. */
+NUV_API int rexecU16(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const NUV_UTF16 *passwd,
+                     const NUV_UTF16 *cmd, int *fd2p);
+NUV_API int rexecU(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const NUV_UTF16 *passwd,
+                   const NUV_UTF16 *cmd, int *fd2p);
+
 NUV_EXTERN_C_END
 
 #endif /* NUVU16_H */

@@ -73,6 +73,13 @@ constexpr ResultSite kTtyname{MAX_PATH_LN, "wttyname", "ttynameU16", kNlsui3, 32
 NUV_UTF16 w_outloc[MAX_LOCALE_LN.size];
 NUV_UTF16 wttyname[MAX_PATH_LN.size];
 
+// libc reads a mode without testing it for null; refuse one instead of
+// crashing.  A null path does reach libc, which reports it.
+FILE* no_mode() {
+  errno = EINVAL;
+  return nullptr;
+}
+
 // After a successful open: the trace at level 16 and above.
 void traced(int fd, const NUV_UTF16* path, const char* function, int line) {
   if (fd >= 0 && path) trace_open(path, fd, function, kNlsui1, line);
@@ -99,24 +106,36 @@ extern "C" {
 // ---- openers ----
 
 NUV_API FILE* fopenU16(const NUV_UTF16* path, const NUV_UTF16* mode) {
-  FILE* f = fopen64(Arg<kFopenPath>(path), Arg<kFopenMode>(mode));
+  if (!mode) return no_mode();
+  Arg<kFopenPath> cpath(path);
+  Arg<kFopenMode> cmode(mode);
+  FILE* f = fopen64(cpath, cmode);
   if (f) traced(fileno(f), path, "fopenU16", kFopenTrace);
   return f;
 }
 
 NUV_API FILE* fopen64U16(const NUV_UTF16* path, const NUV_UTF16* mode) {
-  FILE* f = fopen64(Arg<kFopen64Path>(path), Arg<kFopen64Mode>(mode));
+  if (!mode) return no_mode();
+  Arg<kFopen64Path> cpath(path);
+  Arg<kFopen64Mode> cmode(mode);
+  FILE* f = fopen64(cpath, cmode);
   if (f) traced(fileno(f), path, "fopen64U16", kFopen64Trace);
   return f;
 }
 
 NUV_API FILE* freopenU16(const NUV_UTF16* path, const NUV_UTF16* mode, FILE* stream) {
-  FILE* f = freopen64(Arg<kFreopenPath>(path), Arg<kFreopenMode>(mode), stream);
+  if (!mode) return no_mode();
+  Arg<kFreopenPath> cpath(path);
+  Arg<kFreopenMode> cmode(mode);
+  FILE* f = freopen64(cpath, cmode, stream);
   if (f) traced(fileno(f), path, "freopenU16", kFreopenTrace);
   return f;
 }
 
-NUV_API FILE* fdopenU16(int fd, const NUV_UTF16* mode) { return fdopen(fd, Arg<kFdopenMode>(mode)); }
+NUV_API FILE* fdopenU16(int fd, const NUV_UTF16* mode) {
+  if (!mode) return no_mode();
+  return fdopen(fd, Arg<kFdopenMode>(mode));
+}
 
 NUV_API int vopenU16(const NUV_UTF16* path, int flags, va_list args) {
   // The permission bits exist only when the file may be created.
@@ -149,13 +168,16 @@ NUV_API int chownU16(const NUV_UTF16* path, uid_t owner, gid_t group) {
   return chown(Arg<kChownPath>(path), owner, group);
 }
 NUV_API int linkU16(const NUV_UTF16* from, const NUV_UTF16* to) {
-  return link(Arg<kLinkFrom>(from), Arg<kLinkTo>(to));
+  Arg<kLinkFrom> cpath1(from);
+  return link(cpath1, Arg<kLinkTo>(to));
 }
 NUV_API int symlinkU16(const NUV_UTF16* target, const NUV_UTF16* linkpath) {
-  return symlink(Arg<kSymlinkFrom>(target), Arg<kSymlinkTo>(linkpath));
+  Arg<kSymlinkFrom> cpath1(target);
+  return symlink(cpath1, Arg<kSymlinkTo>(linkpath));
 }
 NUV_API int renameU16(const NUV_UTF16* from, const NUV_UTF16* to) {
-  return rename(Arg<kRenameFrom>(from), Arg<kRenameTo>(to));
+  Arg<kRenameFrom> cfrom(from);
+  return rename(cfrom, Arg<kRenameTo>(to));
 }
 NUV_API int mkdirU16(const NUV_UTF16* path, mode_t mode) { return mkdir(Arg<kMkdirPath>(path), mode); }
 NUV_API int mkfifoU16(const NUV_UTF16* path, mode_t mode) { return mkfifo(Arg<kMkfifoPath>(path), mode); }

@@ -7,6 +7,9 @@
 //     constexpr ArgSite kAccessPath{lim::MAX_PATH_LN, "cpath", "accessU16", kNlsui1, 812};
 //     int accessU16(const NUV_UTF16* path, int mode) { return access(Arg<kAccessPath>(path), mode); }
 //
+//   With two or more texts, name the earlier ones as locals so that their
+//   reports come in argument order (call arguments have no set order).
+//
 //   Arg<site>(text)   narrows a UTF-16 argument into a stack buffer of the
 //                     site's limit.  Null stays null.  A text that does not
 //                     fit is cut at a character boundary and terminated in

@@ -94,3 +94,25 @@ extern "C" int open64(const char* p, int flags, ...) {
   ostest::record("open64", {opaque(p), std::to_string(mode).c_str()});
   return real<int (*)(const char*, int, ...)>("open64")(opaque(p), flags, mode);
 }
+
+extern "C" int system(const char* command) {
+  ostest::record("system", {opaque(command)});
+  return real<int (*)(const char*)>("system")(opaque(command));
+}
+extern "C" FILE* popen(const char* command, const char* type) {
+  ostest::record("popen", {opaque(command), opaque(type)});
+  return real<FILE* (*)(const char*, const char*)>("popen")(opaque(command), opaque(type));
+}
+
+// Never forwarded: no host is contacted.  The official name is a setting.
+extern "C" int rexec(char** ahost, int port, const char* user, const char* pass, const char* cmd, int* fd2p) {
+  ostest::record("rexec", {*ahost, opaque(user), opaque(pass), opaque(cmd)});
+  static std::string official;
+  if (ostest::RexecStandIn::official_null) {
+    *ahost = nullptr;
+  } else {
+    official = ostest::RexecStandIn::official;
+    *ahost = official.data();
+  }
+  return ostest::RexecStandIn::result;
+}

@@ -26,6 +26,13 @@ struct LibcRecorder {
   LibcRecorder& operator=(const LibcRecorder&) = delete;
 };
 
+// What the rexec stand-in answers.
+struct RexecStandIn {
+  static inline std::string official = "host.example";
+  static inline bool official_null = false;
+  static inline int result = 42;
+};
+
 void record(const char* function, std::initializer_list<const char*> args);
 
 }  // namespace ostest
