@@ -29,17 +29,33 @@ inline char* put_unit(char* d, NUV_UTF16 u) {
 // (and so inside mapped memory) when this is at least 16.
 inline std::size_t page_room(const void* p) { return 4096 - (reinterpret_cast<std::uintptr_t>(p) & 4095); }
 
-// Eight units 1..0x7F at src become eight bytes at dest; false (nothing
-// written) when any unit is 0 or above.  The load may pass the terminator
-// inside the page, which the sanitizer cannot know is harmless.
-NUV_NO_ASAN inline bool ascii8(char* dest, const NUV_UTF16* src) {
+// Sixteen units at src are packed into sixteen bytes at dest; returns how
+// many of them, from the first, are 1..0x7F (so the bytes are their UTF-8),
+// 16 for all.  The bytes after those are not meaningful.  The loads may pass
+// the terminator inside the page, which the sanitizer cannot know is harmless.
+NUV_NO_ASAN inline unsigned ascii16(char* dest, const NUV_UTF16* src) {
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 8));
+  // Adding 0x7F80 with saturation sets the top bit of every unit above 0x7F;
+  // a zero unit compares to all ones.
+  const __m128i k = _mm_set1_epi16(0x7F80);
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i bad_a = _mm_or_si128(_mm_adds_epu16(a, k), _mm_cmpeq_epi16(a, zero));
+  const __m128i bad_b = _mm_or_si128(_mm_adds_epu16(b, k), _mm_cmpeq_epi16(b, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_packus_epi16(a, b));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(bad_a, bad_b)));
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 16;
+}
+
+// Sixteen bytes at src are widened into sixteen units at dest; returns how
+// many of them, from the first, are 1..0x7F.  Same page rule as above.
+NUV_NO_ASAN inline unsigned ascii16_widen(NUV_UTF16* dest, const unsigned char* src) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-  const __m128i high = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)));
-  const __m128i bad = _mm_or_si128(_mm_cmpeq_epi16(v, _mm_setzero_si128()),
-                                   _mm_xor_si128(_mm_cmpeq_epi16(high, _mm_setzero_si128()), _mm_set1_epi8(-1)));
-  if (_mm_movemask_epi8(bad) != 0) return false;
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(dest), _mm_packus_epi16(v, v));
-  return true;
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_unpacklo_epi8(v, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + 8), _mm_unpackhi_epi8(v, zero));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(v, _mm_cmpeq_epi8(v, zero))));
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 16;
 }
 
 }  // namespace
@@ -48,9 +64,13 @@ std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t d
   const std::size_t room = destSize - 1;  // one byte is kept for the terminator
   std::size_t n = 0;
   for (;;) {
-    while (n + 8 <= room && page_room(src) >= 16 && ascii8(dest + n, src)) {
-      n += 8;
-      src += 8;
+    // Whole blocks of ASCII while the buffer has room for sixteen bytes
+    // more; the block that holds the end of the run is taken up to it.
+    while (n + 16 <= room && page_room(src) >= 32) {
+      const unsigned k = ascii16(dest + n, src);
+      n += k;
+      src += k;
+      if (k < 16) break;
     }
     const NUV_UTF16 u = *src;
     if (u == 0) {
@@ -245,6 +265,13 @@ std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen) 
   const auto* s = reinterpret_cast<const unsigned char*>(src);
   std::size_t n = 0;
   for (;;) {
+    if (dest)
+      while (n + 16 < destLen && page_room(s) >= 16) {
+        const unsigned k = ascii16_widen(dest + n, s);
+        n += k;
+        s += k;
+        if (k < 16) break;
+      }
     const Decoded c = decode_one(s, kUnbounded);
     if (c.len == 0) {
       errno = EILSEQ;

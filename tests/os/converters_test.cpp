@@ -307,3 +307,30 @@ TEST(Narrowing, AsciiRunsUpToAPageEndAtEveryAlignment) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Utf8sToU2s, AsciiRunsUpToAPageEndMatchTheCountingPass) {
+  nuvtest::PageEnd pages;
+  ASSERT_TRUE(pages.ok());
+  std::mt19937 rng(6);
+  for (int round = 0; round < 3000; ++round) {
+    std::string text(rng() % 80, 'a');
+    for (auto& c : text) c = rng() % 9 == 0 ? '\xC3' : static_cast<char>('a' + rng() % 26);
+    for (std::size_t i = 0; i + 1 < text.size(); ++i)
+      if (text[i] == '\xC3') text[++i] = '\xA9';
+    if (!text.empty() && text.back() == '\xC3') text.back() = 'z';
+    const char* src = pages.place_bytes(text, round % 5);
+    const std::size_t need = Utf8sToU2s(nullptr, src, 0);
+    const std::size_t room = 1 + rng() % 90;
+    std::u16string out(room, u'\x5555');
+    const std::size_t n = Utf8sToU2s(out.data(), src, room);
+    ASSERT_EQ(n, need < room ? need : room) << round;
+    std::u16string all(need + 1, u'\0');
+    Utf8sToU2s(all.data(), src, need + 1);
+    ASSERT_EQ(out.substr(0, n), all.substr(0, n)) << round;
+    if (n < room) ASSERT_EQ(out[n], 0);
+  }
+}
+
+}  // namespace

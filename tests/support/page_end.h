@@ -30,6 +30,12 @@ class PageEnd {
     std::memcpy(at, text.c_str(), 2 * (text.size() + 1));
     return reinterpret_cast<const NUV_UTF16*>(at);
   }
+  // The same for bytes and their terminator.
+  const char* place_bytes(const std::string& text, std::size_t gap) {
+    char* at = map_ + page_ - gap - (text.size() + 1);
+    std::memcpy(at, text.c_str(), text.size() + 1);
+    return at;
+  }
 
  private:
   std::size_t page_;
