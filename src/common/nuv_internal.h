@@ -14,8 +14,9 @@
   extern "C" NUV_API decltype(target_name) alias_name __attribute__((alias(#target_name)))
 
 // Aligned whole-block reads that may pass a terminator inside their block.
-// They never cross a page, but AddressSanitizer cannot know that.
-#define NUV_NO_ASAN __attribute__((no_sanitize_address))
+// They never cross a page, but AddressSanitizer (or ThreadSanitizer, which
+// also checks heap bounds) cannot know that.
+#define NUV_NO_ASAN __attribute__((no_sanitize_address, no_sanitize_thread))
 
 namespace nuv {
 
