@@ -10,109 +10,72 @@
 
 #include <cstdarg>
 
-namespace ostest {
-
-void record(const char* function, std::initializer_list<const char*> args) {
-  if (!LibcRecorder::on) return;
-  Call c{function, {}};
-  for (const char* a : args) c.args.push_back(a ? std::optional<std::string>(a) : std::nullopt);
-  LibcRecorder::calls.push_back(std::move(c));
-}
-
-}  // namespace ostest
-
 namespace {
-template <class F>
-F real(const char* name) {
-  return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
-}
-// libc declares these arguments non-null; the wrappers may pass null, so
-// hide the pointer from the optimiser before testing it.
-inline const char* opaque(const char* p) {
+
+// libc declares these texts non-null; hide the pointer from the optimiser.
+const char* opaque(const char* p) {
   asm volatile("" : "+r"(p));
   return p;
 }
+
+void record(const char* function, std::initializer_list<const char*> texts) {
+  if (!ostest::LibcRecorder::on) return;
+  ostest::Call c{function, {}};
+  for (const char* t : texts) c.args.push_back(opaque(t) ? std::optional<std::string>(t) : std::nullopt);
+  ostest::LibcRecorder::calls.push_back(std::move(c));
+}
+
+template <class R, class... A>
+R forward(const char* name, A... a) {
+  return reinterpret_cast<R (*)(A...)>(dlsym(RTLD_NEXT, name))(a...);
+}
+
 }  // namespace
 
-// One recording forward per libc entry the path wrappers reach.
-#define NUV_RECORD1(ret, name, T1, ...)                                \
-  extern "C" ret name(const char* p, T1 a) __VA_ARGS__ {               \
-    ostest::record(#name, {opaque(p)});                                \
-    return real<ret (*)(const char*, T1)>(#name)(opaque(p), a);        \
+// NAME, its result, (parameters), {texts recorded}, (arguments passed on), exception specification
+#define NUV_UNPAREN(...) __VA_ARGS__
+#define NUV_RECORD(name, R, params, texts, args, ...)    \
+  extern "C" R name params __VA_ARGS__ {                 \
+    record(#name, {NUV_UNPAREN texts});                  \
+    return forward<R> args;                              \
   }
-#define NUV_RECORD0(ret, name, ...)                                    \
-  extern "C" ret name(const char* p) __VA_ARGS__ {                     \
-    ostest::record(#name, {opaque(p)});                                \
-    return real<ret (*)(const char*)>(#name)(opaque(p));               \
-  }
-#define NUV_RECORD_PAIR(ret, name, ...)                                \
-  extern "C" ret name(const char* p, const char* q) __VA_ARGS__ {      \
-    ostest::record(#name, {opaque(p), opaque(q)});                     \
-    return real<ret (*)(const char*, const char*)>(#name)(opaque(p), opaque(q)); \
-  }
+#define P const char* p
+#define Q const char* q
+NUV_RECORD(access, int, (P, int m), (p), ("access", opaque(p), m), noexcept)
+NUV_RECORD(chdir, int, (P), (p), ("chdir", opaque(p)), noexcept)
+NUV_RECORD(chmod, int, (P, mode_t m), (p), ("chmod", opaque(p), m), noexcept)
+NUV_RECORD(chown, int, (P, uid_t u, gid_t g), (p), ("chown", opaque(p), u, g), noexcept)
+NUV_RECORD(creat64, int, (P, mode_t m), (p), ("creat64", opaque(p), m))
+NUV_RECORD(mkdir, int, (P, mode_t m), (p), ("mkdir", opaque(p), m), noexcept)
+NUV_RECORD(mkfifo, int, (P, mode_t m), (p), ("mkfifo", opaque(p), m), noexcept)
+NUV_RECORD(remove, int, (P), (p), ("remove", opaque(p)), noexcept)
+NUV_RECORD(rmdir, int, (P), (p), ("rmdir", opaque(p)), noexcept)
+NUV_RECORD(unlink, int, (P), (p), ("unlink", opaque(p)), noexcept)
+NUV_RECORD(statvfs64, int, (P, struct statvfs64* b), (p), ("statvfs64", opaque(p), b), noexcept)
+NUV_RECORD(utime, int, (P, const struct utimbuf* t), (p), ("utime", opaque(p), t), noexcept)
+NUV_RECORD(readlink, ssize_t, (P, char* b, size_t n), (p), ("readlink", opaque(p), b, n), noexcept)
+NUV_RECORD(link, int, (P, Q), (p, q), ("link", opaque(p), opaque(q)), noexcept)
+NUV_RECORD(symlink, int, (P, Q), (p, q), ("symlink", opaque(p), opaque(q)), noexcept)
+NUV_RECORD(rename, int, (P, Q), (p, q), ("rename", opaque(p), opaque(q)), noexcept)
+NUV_RECORD(fopen64, FILE*, (P, Q), (p, q), ("fopen64", opaque(p), opaque(q)))
+NUV_RECORD(freopen64, FILE*, (P, Q, FILE* f), (p, q), ("freopen64", opaque(p), opaque(q), f))
+NUV_RECORD(fdopen, FILE*, (int fd, Q), (q), ("fdopen", fd, opaque(q)), noexcept)
+NUV_RECORD(system, int, (P), (p), ("system", opaque(p)))
+NUV_RECORD(popen, FILE*, (P, Q), (p, q), ("popen", opaque(p), opaque(q)))
 
-NUV_RECORD1(int, access, int, noexcept)
-NUV_RECORD0(int, chdir, noexcept)
-NUV_RECORD1(int, chmod, mode_t, noexcept)
-NUV_RECORD1(int, creat64, mode_t)
-NUV_RECORD1(int, mkdir, mode_t, noexcept)
-NUV_RECORD1(int, mkfifo, mode_t, noexcept)
-NUV_RECORD0(int, remove, noexcept)
-NUV_RECORD0(int, rmdir, noexcept)
-NUV_RECORD0(int, unlink, noexcept)
-NUV_RECORD1(int, statvfs64, struct statvfs64*, noexcept)
-NUV_RECORD1(int, utime, const struct utimbuf*, noexcept)
-NUV_RECORD_PAIR(int, link, noexcept)
-NUV_RECORD_PAIR(int, symlink, noexcept)
-NUV_RECORD_PAIR(int, rename, noexcept)
-NUV_RECORD_PAIR(FILE*, fopen64)
-
-extern "C" int chown(const char* p, uid_t u, gid_t g) noexcept {
-  ostest::record("chown", {opaque(p)});
-  return real<int (*)(const char*, uid_t, gid_t)>("chown")(opaque(p), u, g);
-}
-extern "C" ssize_t readlink(const char* p, char* b, size_t n) noexcept {
-  ostest::record("readlink", {opaque(p)});
-  return real<ssize_t (*)(const char*, char*, size_t)>("readlink")(opaque(p), b, n);
-}
-extern "C" FILE* freopen64(const char* p, const char* m, FILE* f) {
-  ostest::record("freopen64", {opaque(p), opaque(m)});
-  return real<FILE* (*)(const char*, const char*, FILE*)>("freopen64")(p, m, f);
-}
-extern "C" FILE* fdopen(int fd, const char* m) noexcept {
-  ostest::record("fdopen", {opaque(m)});
-  return real<FILE* (*)(int, const char*)>("fdopen")(fd, opaque(m));
-}
-extern "C" int open64(const char* p, int flags, ...) {
-  mode_t mode = 0;
-  if (flags & O_CREAT) {
-    va_list ap;
-    va_start(ap, flags);
-    mode = static_cast<mode_t>(va_arg(ap, int));
-    va_end(ap);
-  }
-  ostest::record("open64", {opaque(p), std::to_string(mode).c_str()});
-  return real<int (*)(const char*, int, ...)>("open64")(opaque(p), flags, mode);
+extern "C" int open64(P, int flags, ...) {
+  va_list ap;
+  va_start(ap, flags);
+  const mode_t mode = (flags & O_CREAT) ? static_cast<mode_t>(va_arg(ap, int)) : 0;
+  va_end(ap);
+  record("open64", {p, std::to_string(mode).c_str()});
+  return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open64"))(opaque(p), flags, mode);
 }
 
-extern "C" int system(const char* command) {
-  ostest::record("system", {opaque(command)});
-  return real<int (*)(const char*)>("system")(opaque(command));
-}
-extern "C" FILE* popen(const char* command, const char* type) {
-  ostest::record("popen", {opaque(command), opaque(type)});
-  return real<FILE* (*)(const char*, const char*)>("popen")(opaque(command), opaque(type));
-}
-
-// Never forwarded: no host is contacted.  The official name is a setting.
-extern "C" int rexec(char** ahost, int port, const char* user, const char* pass, const char* cmd, int* fd2p) {
-  ostest::record("rexec", {*ahost, opaque(user), opaque(pass), opaque(cmd)});
+extern "C" int rexec(char** ahost, int, const char* user, const char* pass, const char* cmd, int*) {
+  record("rexec", {*ahost, user, pass, cmd});
   static std::string official;
-  if (ostest::RexecStandIn::official_null) {
-    *ahost = nullptr;
-  } else {
-    official = ostest::RexecStandIn::official;
-    *ahost = official.data();
-  }
-  return ostest::RexecStandIn::result;
+  official = ostest::RexecStandIn::official;
+  *ahost = ostest::RexecStandIn::official_null ? nullptr : official.data();
+  return 42;
 }

@@ -1,6 +1,6 @@
-// The test program defines the libc functions the wrappers call, records the
-// byte arguments they receive and forwards to the real ones, so a test sees
-// exactly what libc was given.
+// The test program defines the libc entries the wrappers call: each records
+// the texts it was handed (nullopt for null) and forwards to libc, so tests
+// see exactly what libc got.  rexec is answered by a stand-in, never sent.
 #pragma once
 
 #include <optional>
@@ -9,30 +9,22 @@
 
 namespace ostest {
 
+using Texts = std::vector<std::optional<std::string>>;
 struct Call {
   std::string function;
-  std::vector<std::optional<std::string>> args;  // nullopt: a null pointer
+  Texts args;
 };
 
 struct LibcRecorder {
   static inline bool on = false;
   static inline std::vector<Call> calls;
-  LibcRecorder() {
-    calls.clear();
-    on = true;
-  }
+  LibcRecorder() { calls.clear(), on = true; }
   ~LibcRecorder() { on = false; }
-  LibcRecorder(const LibcRecorder&) = delete;
-  LibcRecorder& operator=(const LibcRecorder&) = delete;
 };
 
-// What the rexec stand-in answers.
-struct RexecStandIn {
+struct RexecStandIn {  // what the rexec stand-in answers
   static inline std::string official = "host.example";
   static inline bool official_null = false;
-  static inline int result = 42;
 };
-
-void record(const char* function, std::initializer_list<const char*> args);
 
 }  // namespace ostest

@@ -1,9 +1,9 @@
-// A private folder under the temporary directory, removed with everything in
-// it when the object goes away.
+// A private folder under /tmp, removed with its contents; UTF-8 test text
+// as UTF-16 through glibc iconv.
 #pragma once
 
 #include <ftw.h>
-#include <stdio.h>
+#include <iconv.h>
 #include <stdlib.h>
 
 #include <string>
@@ -14,16 +14,11 @@ class ScratchDir {
  public:
   ScratchDir() {
     char tmpl[] = "/tmp/nuvtest.XXXXXX";
-    const char* p = mkdtemp(tmpl);
-    path_ = p ? p : "";
+    path_ = mkdtemp(tmpl) ? tmpl : "";
   }
   ~ScratchDir() {
-    if (!path_.empty())
-      nftw(path_.c_str(), [](const char* f, const struct stat*, int, struct FTW*) { return ::remove(f); }, 16,
-           FTW_DEPTH | FTW_PHYS);
+    nftw(path_.c_str(), [](const char* f, const struct stat*, int, FTW*) { return ::remove(f); }, 16, FTW_DEPTH | FTW_PHYS);
   }
-  ScratchDir(const ScratchDir&) = delete;
-  ScratchDir& operator=(const ScratchDir&) = delete;
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
@@ -31,26 +26,14 @@ class ScratchDir {
   std::string path_;
 };
 
-// UTF-8 text to UTF-16 (valid input only; for test names and paths).
 inline std::u16string utf16(const std::string& s) {
-  std::u16string out;
-  for (std::size_t i = 0; i < s.size();) {
-    unsigned char b = static_cast<unsigned char>(s[i]);
-    unsigned v;
-    std::size_t n;
-    if (b < 0x80) v = b, n = 1;
-    else if (b < 0xE0) v = b & 0x1F, n = 2;
-    else if (b < 0xF0) v = b & 0x0F, n = 3;
-    else v = b & 0x07, n = 4;
-    for (std::size_t k = 1; k < n; ++k) v = v << 6 | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-    i += n;
-    if (v >= 0x10000) {
-      out.push_back(static_cast<char16_t>(0xD800 + ((v - 0x10000) >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (v & 0x3FF)));
-    } else {
-      out.push_back(static_cast<char16_t>(v));
-    }
-  }
+  std::u16string out(s.size() + 1, u'\0');
+  iconv_t cd = iconv_open("UTF-16LE", "UTF-8");
+  char *in = const_cast<char*>(s.data()), *op = reinterpret_cast<char*>(out.data());
+  size_t il = s.size(), ol = out.size() * 2;
+  iconv(cd, &in, &il, &op, &ol);
+  iconv_close(cd);
+  out.resize(out.size() - ol / 2);
   return out;
 }
 
