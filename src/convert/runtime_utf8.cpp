@@ -72,17 +72,18 @@ std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t d
       src += k;
       if (k < 16) break;
     }
-    const NUV_UTF16 u = *src;
+    const NUV_UTF16 u = nuv::unit_at(src);  // callers' texts may sit at odd addresses
     if (u == 0) {
       *cut = false;
       break;
     }
-    if (pairs && (u & 0xFC00) == 0xD800 && (src[1] & 0xFC00) == 0xDC00) {
+    const NUV_UTF16 next = (u & 0xFC00) == 0xD800 ? nuv::unit_at(src + 1) : 0;
+    if (pairs && (next & 0xFC00) == 0xDC00) {
       if (n + 4 > room) {
         *cut = true;
         break;
       }
-      const unsigned v = 0x10000u + ((u - 0xD800u) << 10) + (src[1] - 0xDC00u);
+      const unsigned v = 0x10000u + ((u - 0xD800u) << 10) + (next - 0xDC00u);
       dest[n++] = static_cast<char>(0xF0 | (v >> 18));
       dest[n++] = static_cast<char>(0x80 | ((v >> 12) & 0x3F));
       dest[n++] = static_cast<char>(0x80 | ((v >> 6) & 0x3F));

@@ -103,9 +103,9 @@ int exec_list(ListKind kind, const ExecSites& sites, const NUV_UTF16* path,
                                               kExecleEnv));
     }
     cenv[m] = nullptr;
-    return execve(p, argv, envp ? cenv : nullptr);
+    return plain(execve)(p, argv, envp ? cenv : nullptr);
   }
-  return kind == ListKind::kPath ? execvp(p, argv) : execv(p, argv);
+  return kind == ListKind::kPath ? plain(execvp)(p, argv) : plain(execv)(p, argv);
 }
 
 }  // namespace
@@ -170,7 +170,7 @@ NUV_API int execvU16(const NUV_UTF16* path, NUV_UTF16* const* argv) {
   char cpath[MAX_PATH_LN.size];
   const char* p = narrow_into(cpath, sizeof cpath, path, kExecv.path);
   NUV_STACK_ARRAY(cargv, argv, kExecv.arg);
-  return execv(p, cargv);
+  return plain(execv)(p, cargv);
 }
 
 NUV_API int execveU16(const NUV_UTF16* path, NUV_UTF16* const* argv, NUV_UTF16* const* envp) {
@@ -178,14 +178,14 @@ NUV_API int execveU16(const NUV_UTF16* path, NUV_UTF16* const* argv, NUV_UTF16* 
   const char* p = narrow_into(cpath, sizeof cpath, path, kExecve.path);
   NUV_STACK_ARRAY(cargv, argv, kExecve.arg);
   NUV_STACK_ARRAY(cenv, envp, kExecveEnv);
-  return execve(p, cargv, cenv);
+  return plain(execve)(p, cargv, cenv);
 }
 
 NUV_API int execvpU16(const NUV_UTF16* file, NUV_UTF16* const* argv) {
   char cfile[MAX_PATH_LN.size];
   const char* p = narrow_into(cfile, sizeof cfile, file, kExecvp.path);
   NUV_STACK_ARRAY(cargv, argv, kExecvp.arg);
-  return execvp(p, cargv);
+  return plain(execvp)(p, cargv);
 }
 
 NUV_API int systemU16(const NUV_UTF16* command) { return system(Arg<kSystem>(command)); }

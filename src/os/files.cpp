@@ -109,7 +109,7 @@ NUV_API FILE* fopenU16(const NUV_UTF16* path, const NUV_UTF16* mode) {
   if (!mode) return no_mode();
   Arg<kFopenPath> cpath(path);
   Arg<kFopenMode> cmode(mode);
-  FILE* f = fopen64(cpath, cmode);
+  FILE* f = plain(fopen64)(cpath, cmode);
   if (f) traced(fileno(f), path, "fopenU16", kFopenTrace);
   return f;
 }
@@ -118,7 +118,7 @@ NUV_API FILE* fopen64U16(const NUV_UTF16* path, const NUV_UTF16* mode) {
   if (!mode) return no_mode();
   Arg<kFopen64Path> cpath(path);
   Arg<kFopen64Mode> cmode(mode);
-  FILE* f = fopen64(cpath, cmode);
+  FILE* f = plain(fopen64)(cpath, cmode);
   if (f) traced(fileno(f), path, "fopen64U16", kFopen64Trace);
   return f;
 }
@@ -127,7 +127,7 @@ NUV_API FILE* freopenU16(const NUV_UTF16* path, const NUV_UTF16* mode, FILE* str
   if (!mode) return no_mode();
   Arg<kFreopenPath> cpath(path);
   Arg<kFreopenMode> cmode(mode);
-  FILE* f = freopen64(cpath, cmode, stream);
+  FILE* f = plain(freopen64)(cpath, cmode, stream);
   if (f) traced(fileno(f), path, "freopenU16", kFreopenTrace);
   return f;
 }
@@ -140,7 +140,8 @@ NUV_API FILE* fdopenU16(int fd, const NUV_UTF16* mode) {
 NUV_API int vopenU16(const NUV_UTF16* path, int flags, va_list args) {
   // The permission bits exist only when the file may be created.
   const mode_t perm = (flags & O_CREAT) ? static_cast<mode_t>(va_arg(args, int)) : 0;
-  const int fd = open64(Arg<kOpenPath>(path), flags, perm);
+  int (*const open_plain)(const char*, int, ...) = open64;  // see plain()
+  const int fd = open_plain(Arg<kOpenPath>(path), flags, perm);
   traced(fd, path, "openU16", kOpenTrace);
   return fd;
 }
@@ -154,41 +155,41 @@ NUV_API int openU16(const NUV_UTF16* path, int flags, ...) {
 }
 
 NUV_API int creatU16(const NUV_UTF16* path, mode_t mode) {
-  const int fd = creat64(Arg<kCreatPath>(path), mode);
+  const int fd = plain(creat64)(Arg<kCreatPath>(path), mode);
   traced(fd, path, "creatU16", kCreatTrace);
   return fd;
 }
 
 // ---- paths ----
 
-NUV_API int accessU16(const NUV_UTF16* path, int mode) { return access(Arg<kAccessPath>(path), mode); }
-NUV_API int chdirU16(const NUV_UTF16* path) { return chdir(Arg<kChdirPath>(path)); }
-NUV_API int chmodU16(const NUV_UTF16* path, mode_t mode) { return chmod(Arg<kChmodPath>(path), mode); }
+NUV_API int accessU16(const NUV_UTF16* path, int mode) { return plain(access)(Arg<kAccessPath>(path), mode); }
+NUV_API int chdirU16(const NUV_UTF16* path) { return plain(chdir)(Arg<kChdirPath>(path)); }
+NUV_API int chmodU16(const NUV_UTF16* path, mode_t mode) { return plain(chmod)(Arg<kChmodPath>(path), mode); }
 NUV_API int chownU16(const NUV_UTF16* path, uid_t owner, gid_t group) {
-  return chown(Arg<kChownPath>(path), owner, group);
+  return plain(chown)(Arg<kChownPath>(path), owner, group);
 }
 NUV_API int linkU16(const NUV_UTF16* from, const NUV_UTF16* to) {
   Arg<kLinkFrom> cpath1(from);
-  return link(cpath1, Arg<kLinkTo>(to));
+  return plain(link)(cpath1, Arg<kLinkTo>(to));
 }
 NUV_API int symlinkU16(const NUV_UTF16* target, const NUV_UTF16* linkpath) {
   Arg<kSymlinkFrom> cpath1(target);
-  return symlink(cpath1, Arg<kSymlinkTo>(linkpath));
+  return plain(symlink)(cpath1, Arg<kSymlinkTo>(linkpath));
 }
 NUV_API int renameU16(const NUV_UTF16* from, const NUV_UTF16* to) {
   Arg<kRenameFrom> cfrom(from);
-  return rename(cfrom, Arg<kRenameTo>(to));
+  return plain(rename)(cfrom, Arg<kRenameTo>(to));
 }
-NUV_API int mkdirU16(const NUV_UTF16* path, mode_t mode) { return mkdir(Arg<kMkdirPath>(path), mode); }
-NUV_API int mkfifoU16(const NUV_UTF16* path, mode_t mode) { return mkfifo(Arg<kMkfifoPath>(path), mode); }
-NUV_API int removeU16(const NUV_UTF16* path) { return remove(Arg<kRemovePath>(path)); }
-NUV_API int rmdirU16(const NUV_UTF16* path) { return rmdir(Arg<kRmdirPath>(path)); }
-NUV_API int unlinkU16(const NUV_UTF16* path) { return unlink(Arg<kUnlinkPath>(path)); }
+NUV_API int mkdirU16(const NUV_UTF16* path, mode_t mode) { return plain(mkdir)(Arg<kMkdirPath>(path), mode); }
+NUV_API int mkfifoU16(const NUV_UTF16* path, mode_t mode) { return plain(mkfifo)(Arg<kMkfifoPath>(path), mode); }
+NUV_API int removeU16(const NUV_UTF16* path) { return plain(remove)(Arg<kRemovePath>(path)); }
+NUV_API int rmdirU16(const NUV_UTF16* path) { return plain(rmdir)(Arg<kRmdirPath>(path)); }
+NUV_API int unlinkU16(const NUV_UTF16* path) { return plain(unlink)(Arg<kUnlinkPath>(path)); }
 NUV_API int statvfsU16(const NUV_UTF16* path, struct statvfs64* buf) {
-  return statvfs64(Arg<kStatvfsPath>(path), buf);
+  return plain(statvfs64)(Arg<kStatvfsPath>(path), buf);
 }
 NUV_API int utimeU16(const NUV_UTF16* path, const struct utimbuf* times) {
-  return utime(Arg<kUtimePath>(path), times);
+  return plain(utime)(Arg<kUtimePath>(path), times);
 }
 
 // ---- texts back ----
@@ -201,7 +202,7 @@ NUV_API ssize_t readlinkU16(const NUV_UTF16* path, NUV_UTF16* wbuf, size_t wsize
     u16_malloc_error("readlinkU16", kNlsui3, kReadlinkMalloc);
     return -1;
   }
-  const ssize_t n = readlink(cpath, bytes, cap);
+  const ssize_t n = plain(readlink)(cpath, bytes, cap);
   if (n < 0) {
     free(bytes);
     return n;

@@ -3,6 +3,8 @@
 // see exactly what libc got.  rexec is answered by a stand-in, never sent.
 #pragma once
 
+#include <stdio.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +23,13 @@ struct LibcRecorder {
   LibcRecorder() { calls.clear(), on = true; }
   ~LibcRecorder() { on = false; }
 };
+
+// freopen keeps its FILE even when it fails (closed, not freed), so tests
+// that make it fail hand over this one stream again and again.
+inline FILE* freopen_target() {
+  static FILE* f = tmpfile();
+  return f;
+}
 
 struct RexecStandIn {  // what the rexec stand-in answers
   static inline std::string official = "host.example";

@@ -80,7 +80,10 @@ TEST(Openers, TraceAtLevelHighShowsTheLowBytesOfTheLast80Units) {
     int (*open)(const char16_t*);
   } openers[] = {{"fopenU16", 421, [](const char16_t* p) { return keep_fd(fopenU16(p, u"r")); }},
                  {"fopen64U16", 459, [](const char16_t* p) { return keep_fd(fopen64U16(p, u"r")); }},
-                 {"freopenU16", 497, [](const char16_t* p) { return keep_fd(freopenU16(p, u"r", tmpfile())); }},
+                 {"freopenU16", 497, [](const char16_t* p) {
+                   FILE* f = freopenU16(p, u"r", ostest::freopen_target());
+                   return f ? dup(fileno(f)) : -1;
+                 }},
                  {"openU16", 561, [](const char16_t* p) { return openU16(p, O_RDONLY); }},
                  {"creatU16", 598, [](const char16_t* p) { return creatU16(p, 0600); }}};
   for (const auto& o : openers) {

@@ -50,7 +50,7 @@ const Row kRows[] = {
     {"readlink", 0, "readlinkU16", "cpath", 3, 133, [](auto p, auto) { NUV_UTF16 b[64]; readlinkU16(p, b, 64); }},
     {"fopen64", 0, "fopenU16", "cpath", 1, 402, [](auto p, auto) { done(fopenU16(p, u"r")); }},
     {"fopen64", 0, "fopen64U16", "cpath", 1, 440, [](auto p, auto) { done(fopen64U16(p, u"r")); }},
-    {"freopen64", 0, "freopenU16", "cpath", 1, 478, [](auto p, auto) { done(freopenU16(p, u"r", tmpfile())); }},
+    {"freopen64", 0, "freopenU16", "cpath", 1, 478, [](auto p, auto) { freopenU16(p, u"r", ostest::freopen_target()); }},
     {"open64", 0, "openU16", "cpath", 1, 547, [](auto p, auto) { done(openU16(p, O_RDONLY)); }},
 };
 
