@@ -58,6 +58,16 @@ NUV_NO_ASAN inline unsigned ascii16_widen(NUV_UTF16* dest, const unsigned char* 
   return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 16;
 }
 
+// Eight bytes at src widened into eight units; returns the leading count
+// of bytes 1..0x7F, as above.
+NUV_NO_ASAN inline unsigned ascii8_widen(NUV_UTF16* dest, const unsigned char* src) {
+  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_unpacklo_epi8(v, zero));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(v, _mm_cmpeq_epi8(v, zero)))) & 0xFF;
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 8;
+}
+
 }  // namespace
 
 std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t destSize, bool pairs, bool* cut) {
@@ -266,13 +276,18 @@ std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen) 
   const auto* s = reinterpret_cast<const unsigned char*>(src);
   std::size_t n = 0;
   for (;;) {
-    if (dest)
-      while (n + 16 < destLen && page_room(s) >= 16) {
-        const unsigned k = ascii16_widen(dest + n, s);
-        n += k;
-        s += k;
-        if (k < 16) break;
+    if (dest) {
+      unsigned k = 16;
+      while (k == 16 && n + 16 < destLen && page_room(s) >= 16) {
+        k = ascii16_widen(dest + n, s);
+        n += k, s += k;
       }
+      // The end of a text is often closer than a whole block.
+      if (k == 16 && n + 8 < destLen && page_room(s) >= 8) {
+        k = ascii8_widen(dest + n, s);
+        n += k, s += k;
+      }
+    }
     const Decoded c = decode_one(s, kUnbounded);
     if (c.len == 0) {
       errno = EILSEQ;
