@@ -14,14 +14,8 @@
 namespace {
 
 using nuvtest::after_header;
+using nuvtest::array_of;
 using nuvtest::utf16;
-
-std::vector<NUV_UTF16*> array_of(const std::vector<std::u16string>& v) {
-  std::vector<NUV_UTF16*> a;
-  for (auto& s : v) a.push_back(const_cast<NUV_UTF16*>(s.c_str()));
-  a.push_back(nullptr);
-  return a;
-}
 
 TEST(StoreCmdline, SevenBitCopyOfAtMost256Characters) {
   const struct {

@@ -17,6 +17,7 @@ __attribute__((constructor)) static void exec_helper(int, char** argv, char** en
 
 namespace {
 
+using nuvtest::array_of;
 using nuvtest::utf16;
 using Strings = std::vector<std::string>;
 constexpr const NUV_UTF16* kEnd = nullptr;
@@ -48,11 +49,6 @@ Strings narrowed(std::size_t n) {
 template <std::size_t... I>
 int execl_with(const std::u16string& path, const std::vector<std::u16string>& a, std::index_sequence<I...>) {
   return execlU16(path.c_str(), a[I].c_str()..., kEnd);
-}
-std::vector<NUV_UTF16*> array_of(const std::vector<std::u16string>& v) {
-  std::vector<NUV_UTF16*> a;
-  for (auto& s : v) a.push_back(const_cast<NUV_UTF16*>(s.c_str()));
-  return a.push_back(nullptr), a;
 }
 
 TEST_F(Exec, ListFormTakes63ArgumentsVectorForm200) {

@@ -1,5 +1,5 @@
 // A private folder under /tmp, removed with its contents; UTF-8 test text
-// as UTF-16 through glibc iconv.
+// as UTF-16 through glibc iconv; arrays of UTF-16 texts.
 #pragma once
 
 #include <ftw.h>
@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include <string>
+#include <vector>
 
 namespace nuvtest {
 
@@ -35,6 +36,14 @@ inline std::u16string utf16(const std::string& s) {
   iconv_close(cd);
   out.resize(out.size() - ol / 2);
   return out;
+}
+
+// A null-terminated array of pointers into v (which must outlive it).
+inline std::vector<char16_t*> array_of(const std::vector<std::u16string>& v) {
+  std::vector<char16_t*> a;
+  for (auto& s : v) a.push_back(const_cast<char16_t*>(s.c_str()));
+  a.push_back(nullptr);
+  return a;
 }
 
 }  // namespace nuvtest
