@@ -59,8 +59,8 @@ constexpr ArgSite kRexecUser{MAX_USER_NAME_LN, "cname", "rexecU16", kNlsui1, 118
 constexpr ArgSite kRexecPass{MAX_PASSWD_LN, "cpass", "rexecU16", kNlsui1, 1188};
 constexpr ResultSite kRexecHostBack{{256, "MAX_HOSTNAME_LN"}, "*ahost", "rexecU16", kNlsui1, 1203, 1208};
 
-// Stack room for one narrowed text; must be expanded in the caller's frame.
-#define NUV_STACK_TEXT(text) static_cast<char*>(alloca(3 * static_cast<size_t>(strlenU16(text)) + 3))
+// Room that always holds a narrowed text: three bytes a unit and the terminator.
+size_t room_for(const NUV_UTF16* text) { return 3 * static_cast<size_t>(strlenU16(text)) + 3; }
 
 size_t count_of(NUV_UTF16* const* array) {
   size_t n = 0;
@@ -73,8 +73,7 @@ enum class ListKind { kPlain, kEnv, kPath };
 
 // The list forms: at most 63 arguments, arg0 included.  Every buffer lives
 // in this frame, which the exec replaces.
-int exec_list(ListKind kind, const ExecSites& sites, const NUV_UTF16* path,
-                                                    const NUV_UTF16* arg0, va_list args) {
+int exec_list(ListKind kind, const ExecSites& sites, const NUV_UTF16* path, const NUV_UTF16* arg0, va_list args) {
   if (!path || !arg0) {
     errno = ENOENT;
     return -1;
@@ -84,8 +83,8 @@ int exec_list(ListKind kind, const ExecSites& sites, const NUV_UTF16* path,
   char* argv[MAX_PARAM_NUMBER.size];
   size_t n = 0;
   for (const NUV_UTF16* a = arg0; a; a = va_arg(args, const NUV_UTF16*)) {
-    char* buf = NUV_STACK_TEXT(a);
-    argv[n] = const_cast<char*>(narrow_into(buf, 3 * static_cast<size_t>(strlenU16(a)) + 3, a, sites.arg));
+    const size_t room = room_for(a);
+    argv[n] = const_cast<char*>(narrow_into(static_cast<char*>(alloca(room)), room, a, sites.arg));
     if (n == MAX_PARAM_NUMBER.size - 1) {  // the 64th argument took the terminator's slot
       nlsui_array_short(MAX_PARAM_NUMBER.name, sites.arg.function, "args", kNlsui6, sites.line_count);
       return -1;
@@ -98,9 +97,8 @@ int exec_list(ListKind kind, const ExecSites& sites, const NUV_UTF16* path,
     const size_t m = count_of(envp);
     auto** cenv = static_cast<char**>(alloca(sizeof(char*) * (m + 1)));
     for (size_t i = 0; i < m; ++i) {
-      char* buf = NUV_STACK_TEXT(envp[i]);
-      cenv[i] = const_cast<char*>(narrow_into(buf, 3 * static_cast<size_t>(strlenU16(envp[i])) + 3, envp[i],
-                                              kExecleEnv));
+      const size_t room = room_for(envp[i]);
+      cenv[i] = const_cast<char*>(narrow_into(static_cast<char*>(alloca(room)), room, envp[i], kExecleEnv));
     }
     cenv[m] = nullptr;
     return plain(execve)(p, argv, envp ? cenv : nullptr);
@@ -156,7 +154,7 @@ namespace {
     const size_t count_ = count_of(array);                                                       \
     out = static_cast<char**>(alloca(sizeof(char*) * (count_ + 1)));                             \
     for (size_t i_ = 0; i_ < count_; ++i_) {                                                     \
-      const size_t size_ = 3 * static_cast<size_t>(strlenU16((array)[i_])) + 3;                  \
+      const size_t size_ = room_for((array)[i_]);                                                \
       out[i_] = const_cast<char*>(narrow_into(static_cast<char*>(alloca(size_)), size_, (array)[i_], site)); \
     }                                                                                            \
     out[count_] = nullptr;                                                                       \

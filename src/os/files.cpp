@@ -138,8 +138,9 @@ NUV_API FILE* fdopenU16(int fd, const NUV_UTF16* mode) {
 }
 
 NUV_API int vopenU16(const NUV_UTF16* path, int flags, va_list args) {
-  // The permission bits exist only when the file may be created.
-  const mode_t perm = (flags & O_CREAT) ? static_cast<mode_t>(va_arg(args, int)) : 0;
+  // The permission bits exist only when a file may be created (as libc reads them).
+  const bool creates = (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE;
+  const mode_t perm = creates ? static_cast<mode_t>(va_arg(args, int)) : 0;
   int (*const open_plain)(const char*, int, ...) = open64;  // see plain()
   const int fd = open_plain(Arg<kOpenPath>(path), flags, perm);
   traced(fd, path, "openU16", kOpenTrace);
