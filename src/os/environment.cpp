@@ -253,7 +253,7 @@ NUV_API NUV_UTF16* getenvU16(const NUV_UTF16* name) {
     }
   }
   if (g_getenv_n == kGetenvSlots) {
-    // The wording is the putenv table's, as it always was.
+    // The putenv table's wording, on purpose.
     trace_count(kEnterCleanup, kGetenvSlots, kLineGetenvFlush);
     for (int i = 0; i < kGetenvSlots; ++i) {
       free(g_wtab[i]);
