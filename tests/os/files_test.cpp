@@ -100,14 +100,14 @@ TEST(TextsBack, MkstempSetlocaleTtyname) {
   EXPECT_EQ(setlocaleU(LC_CTYPE, u"no-such-\u00E4"), nullptr);
   setlocale(LC_CTYPE, before.c_str());
 
+  EXPECT_EQ(ttynameU16(-1), nullptr);
   const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_GE(master, 0);
+  if (master < 0) GTEST_SKIP() << "no pseudo-terminals here";
   ASSERT_EQ(grantpt(master) | unlockpt(master), 0);
   const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
   const NUV_UTF16* name = ttynameU16(slave);
   ASSERT_NE(name, nullptr);
   EXPECT_EQ(std::u16string(name), utf16(ttyname(slave)));
-  EXPECT_EQ(ttynameU16(master + 1000), nullptr);
   close(slave);
   close(master);
 }
