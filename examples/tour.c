@@ -1,7 +1,12 @@
-/* A short tour of libnuvucum from C: UTF-16 strings, bounded copies and a
- * trace report.  Run by `make run`; the data folder holds the sample files. */
+/* A short tour of libnuvucum from C: UTF-16 strings, bounded copies, a
+ * trace report, files, the command line, the environment and a child.  Run by `make run`; the data folder holds the sample files. */
+#define _GNU_SOURCE /* mkdtemp, fork */
+#include <dirent.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <nuvu16.h>
 
@@ -81,6 +86,84 @@ static int read_and_report(const char *dir) {
   return 0;
 }
 
+
+/* UTF-8 texts to a UTF-16 array (the call start-up uses for argv). */
+static NUV_UTF16 **wide(int n, const char **texts) { return nlsui_alloc_wcsar(n, (char **)texts); }
+
+/* The operating-system wrappers: arguments and environment as UTF-16,
+ * files with non-ASCII names, and a child started with UTF-16 arguments. */
+static int os_tour(int argc, char **argv) {
+  static const char *texts[] = {"%s\n", "    %s\n", "TOUR_GREETING=Gr\xC3\xBC\xC3\x9F" "e aus K\xC3\xB6ln",
+                                "TOUR_GREETING", "/Gr\xC3\xBC\xC3\x9F" "e-\xE6\x97\xA5\xE6\x9C\xAC.txt",
+                                "/\xC3\x9Cn\xC3\xAF" "c\xC3\xB6" "d\xC3\xA9.txt", "w", "ok\n", "printf",
+                                "  child got: [%s] [%s]\\n", "Gr\xC3\xBC\xC3\x9F" "e", "\xE6\x97\xA5\xE6\x9C\xAC"};
+  NUV_UTF16 **t = wide(12, texts), **args, **name;
+  NUV_UTF16 *value, *child[5];
+  NUV_UTF16 first[512], second[512], dir16[256];
+  char dir[] = "/tmp/nuvtour.XXXXXX";
+  const char *dirp[1];
+  struct dirent *e;
+  DIR *d;
+  FILE *f;
+  pid_t pid;
+  int i, status = 0;
+
+  printf("\nOperating-system wrappers:\n");
+  nlsui_initialize();
+  args = nlsui_alloc_wcsar(argc, argv);
+  nlsui_store_cmdline(argc, args);
+  printf("  the command line as the trace keeps it: \"%s\"\n", u16_cmdline);
+  printf("  the arguments as UTF-16, printed back:\n");
+  for (i = 0; args[i]; ++i) printfU16(t[1], args[i]);
+  nlsui_freeenvironU(args);
+
+  putenvU16(t[2]);
+  value = getenvU16(t[3]);
+  printf("  getenvU16(TOUR_GREETING): ");
+  printfU16(t[0], value);
+
+  if (!mkdtemp(dir)) return 1;
+  dirp[0] = dir;
+  name = wide(1, dirp);
+  strcpyU16(dir16, name[0]);
+  nlsui_freeenvironU(name);
+  strcpyU16(first, dir16);
+  strcatU16(first, t[4]);
+  strcpyU16(second, dir16);
+  strcatU16(second, t[5]);
+  f = fopenU16(first, t[6]);
+  if (!f) return 1;
+  fputsU16(t[7], f);
+  fclose(f);
+  printf("  created, renamed (%d), listed with the narrow readdir:\n", renameU16(first, second));
+  d = opendir(dir);
+  while (d && (e = readdir(d)) != NULL) {
+    const char *entry = e->d_name;
+    if (entry[0] == '.') continue;
+    name = wide(1, &entry);
+    printfU16(t[1], name[0]);
+    nlsui_freeenvironU(name);
+  }
+  if (d) closedir(d);
+  i = removeU16(second);
+  printf("  removed (%d), folder removed (%d)\n", i, rmdirU16(dir16));
+
+  child[0] = t[8];
+  child[1] = t[9];
+  child[2] = t[10];
+  child[3] = t[11];
+  child[4] = NULL;
+  fflush(stdout);
+  pid = fork();
+  if (pid == 0) {
+    execvpU16(t[8], child);
+    _exit(127);
+  }
+  waitpid(pid, &status, 0);
+  nlsui_freeenvironU(t);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
 int main(int argc, char **argv) {
   NUV_UTF16 text[64], word[16], copy[8], tokens[64];
   NUV_UTF16 *tok, *saved = NULL;
@@ -114,5 +197,6 @@ int main(int argc, char **argv) {
   u16_rawDump("libnuvucum dump\n", 16);
   u16_set_trace(NULL, U16_TRACE_MEDIUM);
 
+  if (os_tour(argc, argv) != 0) return 1;
   return argc > 1 ? read_and_report(argv[1]) : 0;
 }

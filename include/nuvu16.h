@@ -17,6 +17,7 @@
 #include <stdio.h>
 #include <stdarg.h>
 #include <time.h>
+#include <sys/types.h>
 
 #ifdef __cplusplus
 typedef char16_t NUV_UTF16;
@@ -366,6 +367,125 @@ NUV_API int vfscanfU16(FILE *file, const NUV_UTF16 *format, va_list args);
 NUV_API int sscanfU16(const NUV_UTF16 *text, const NUV_UTF16 *format, ...);
 NUV_API int sscanfU(const NUV_UTF16 *text, const NUV_UTF16 *format, ...);
 NUV_API int vsscanfU16(const NUV_UTF16 *text, const NUV_UTF16 *format, va_list args);
+
+/* ======================================================================
+ * Operating-system wrappers (UTF-16 in, UTF-8 to libc, UTF-16 back)
+ *
+ * Each argument is narrowed into a fixed stack buffer; one that does not fit
+ * is reported, errno is ENAMETOOLONG and the call goes ahead with the cut
+ * text.  A null argument reaches libc as null.  The U names are the same
+ * functions as the U16 names.
+ * ====================================================================== */
+struct statvfs64;
+struct utimbuf;
+
+/* Terminated UTF-16 to terminated UTF-8, each unit by itself (a surrogate
+ * pair becomes two three-byte sequences).  Returns the bytes written without
+ * the terminator; dstBytes when the buffer filled (no terminator then).  A
+ * null dst counts the bytes needed. */
+NUV_API size_t U2sToUtf8s(char *dst, const NUV_UTF16 *src, size_t dstBytes);
+
+NUV_API FILE *fopenU16(const NUV_UTF16 *path, const NUV_UTF16 *mode);
+NUV_API FILE *fopenU(const NUV_UTF16 *path, const NUV_UTF16 *mode);
+NUV_API FILE *fopen64U16(const NUV_UTF16 *path, const NUV_UTF16 *mode);
+NUV_API FILE *fopen64U(const NUV_UTF16 *path, const NUV_UTF16 *mode);
+NUV_API FILE *freopenU16(const NUV_UTF16 *path, const NUV_UTF16 *mode, FILE *stream);
+NUV_API FILE *freopenU(const NUV_UTF16 *path, const NUV_UTF16 *mode, FILE *stream);
+NUV_API FILE *fdopenU16(int fd, const NUV_UTF16 *mode);
+NUV_API FILE *fdopenU(int fd, const NUV_UTF16 *mode);
+/* The permission bits are read only when flags hold O_CREAT. */
+NUV_API int openU16(const NUV_UTF16 *path, int flags, ...);
+NUV_API int openU(const NUV_UTF16 *path, int flags, ...);
+NUV_API int vopenU16(const NUV_UTF16 *path, int flags, va_list args);
+NUV_API int vopenU(const NUV_UTF16 *path, int flags, va_list args);
+NUV_API int creatU16(const NUV_UTF16 *path, mode_t mode);
+NUV_API int creatU(const NUV_UTF16 *path, mode_t mode);
+
+NUV_API int accessU16(const NUV_UTF16 *path, int mode);
+NUV_API int accessU(const NUV_UTF16 *path, int mode);
+NUV_API int chdirU16(const NUV_UTF16 *path);
+NUV_API int chdirU(const NUV_UTF16 *path);
+NUV_API int chmodU16(const NUV_UTF16 *path, mode_t mode);
+NUV_API int chmodU(const NUV_UTF16 *path, mode_t mode);
+NUV_API int chownU16(const NUV_UTF16 *path, uid_t owner, gid_t group);
+NUV_API int chownU(const NUV_UTF16 *path, uid_t owner, gid_t group);
+NUV_API int linkU16(const NUV_UTF16 *from, const NUV_UTF16 *to);
+NUV_API int linkU(const NUV_UTF16 *from, const NUV_UTF16 *to);
+NUV_API int symlinkU16(const NUV_UTF16 *target, const NUV_UTF16 *linkpath);
+NUV_API int symlinkU(const NUV_UTF16 *target, const NUV_UTF16 *linkpath);
+NUV_API int renameU16(const NUV_UTF16 *from, const NUV_UTF16 *to);
+NUV_API int renameU(const NUV_UTF16 *from, const NUV_UTF16 *to);
+NUV_API int mkdirU16(const NUV_UTF16 *path, mode_t mode);
+NUV_API int mkdirU(const NUV_UTF16 *path, mode_t mode);
+NUV_API int mkfifoU16(const NUV_UTF16 *path, mode_t mode);
+NUV_API int mkfifoU(const NUV_UTF16 *path, mode_t mode);
+NUV_API int removeU16(const NUV_UTF16 *path);
+NUV_API int removeU(const NUV_UTF16 *path);
+NUV_API int rmdirU16(const NUV_UTF16 *path);
+NUV_API int rmdirU(const NUV_UTF16 *path);
+NUV_API int unlinkU16(const NUV_UTF16 *path);
+NUV_API int unlinkU(const NUV_UTF16 *path);
+NUV_API int statvfsU16(const NUV_UTF16 *path, struct statvfs64 *buf);
+NUV_API int statvfsU(const NUV_UTF16 *path, struct statvfs64 *buf);
+NUV_API int utimeU16(const NUV_UTF16 *path, const struct utimbuf *times);
+NUV_API int utimeU(const NUV_UTF16 *path, const struct utimbuf *times);
+/* Units written into wbuf (terminated), or -1. */
+NUV_API ssize_t readlinkU16(const NUV_UTF16 *path, NUV_UTF16 *wbuf, size_t wsize);
+NUV_API ssize_t readlinkU(const NUV_UTF16 *path, NUV_UTF16 *wbuf, size_t wsize);
+/* With buf null the result is malloc'ed (size units) and the caller frees it;
+ * a directory that fills size units is ERANGE. */
+NUV_API NUV_UTF16 *getcwdU16(NUV_UTF16 *buf, size_t size);
+NUV_API NUV_UTF16 *getcwdU(NUV_UTF16 *buf, size_t size);
+NUV_API int mkstempU16(NUV_UTF16 *templ);
+NUV_API int mkstempU(NUV_UTF16 *templ);
+/* Static results, overwritten by the next call. */
+NUV_API NUV_UTF16 *setlocaleU16(int category, const NUV_UTF16 *locale);
+NUV_API NUV_UTF16 *setlocaleU(int category, const NUV_UTF16 *locale);
+NUV_API NUV_UTF16 *ttynameU16(int fd);
+NUV_API NUV_UTF16 *ttynameU(int fd);
+
+/* Command line and environment.  nlsui_initialize binds the character
+ * functions and names the profile output; call it and nlsui_store_cmdline
+ * at start-up.  Arrays are malloc'ed, closed by a null pointer. */
+NUV_API int nlsui_initialize(void);
+NUV_API void nlsui_store_cmdline(int argc, NUV_UTF16 **argv);
+/* An argument that is not UTF-8 ends the process (status 255). */
+NUV_API NUV_UTF16 **nlsui_alloc_wcsar(int argc, char **argv);
+/* Entries that are not UTF-8 are left out. */
+NUV_API NUV_UTF16 **nlsui_alloc_env(char **envp);
+NUV_API NUV_UTF16 **nlsui_getenvironU(void);
+NUV_API int nlsui_freeenvironU(NUV_UTF16 **array);
+NUV_API char **nlsui_alloc_mbsar(NUV_UTF16 **array);
+NUV_API int nlsui_wcsar2mbsar(int count, NUV_UTF16 **wideArray, char **byteArray, size_t *sizes);
+/* The value stays valid until 128 further calls; do not free it. */
+NUV_API NUV_UTF16 *getenvU16(const NUV_UTF16 *name);
+NUV_API NUV_UTF16 *getenvU(const NUV_UTF16 *name);
+NUV_API int putenvU16(const NUV_UTF16 *string);
+NUV_API int putenvU(const NUV_UTF16 *string);
+
+/* Processes.  The list forms take at most 63 arguments, arg0 included. */
+NUV_API int execlU16(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execlU(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+/* The list is closed by a null pointer and followed by the environment. */
+NUV_API int execleU16(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execleU(const NUV_UTF16 *path, const NUV_UTF16 *arg0, ...);
+NUV_API int execlpU16(const NUV_UTF16 *file, const NUV_UTF16 *arg0, ...);
+NUV_API int execlpU(const NUV_UTF16 *file, const NUV_UTF16 *arg0, ...);
+NUV_API int execvU16(const NUV_UTF16 *path, NUV_UTF16 *const *argv);
+NUV_API int execvU(const NUV_UTF16 *path, NUV_UTF16 *const *argv);
+NUV_API int execveU16(const NUV_UTF16 *path, NUV_UTF16 *const *argv, NUV_UTF16 *const *envp);
+NUV_API int execveU(const NUV_UTF16 *path, NUV_UTF16 *const *argv, NUV_UTF16 *const *envp);
+NUV_API int execvpU16(const NUV_UTF16 *file, NUV_UTF16 *const *argv);
+NUV_API int execvpU(const NUV_UTF16 *file, NUV_UTF16 *const *argv);
+NUV_API int systemU16(const NUV_UTF16 *command);
+NUV_API int systemU(const NUV_UTF16 *command);
+NUV_API FILE *popenU16(const NUV_UTF16 *command, const NUV_UTF16 *type);
+NUV_API FILE *popenU(const NUV_UTF16 *command, const NUV_UTF16 *type);
+/* *ahost is a buffer of at least 256 units; it receives the official name. */
+NUV_API int rexecU16(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const NUV_UTF16 *passwd,
+                     const NUV_UTF16 *cmd, int *fd2p);
+NUV_API int rexecU(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const NUV_UTF16 *passwd,
+                   const NUV_UTF16 *cmd, int *fd2p);
 
 NUV_EXTERN_C_END
 

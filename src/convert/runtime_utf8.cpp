@@ -1,6 +1,11 @@
 #include "convert/runtime_utf8.h"
 
+#include <emmintrin.h>
+
 #include <cerrno>
+#include <cstdint>
+
+#include "common/nuv_internal.h"
 
 namespace {
 
@@ -20,7 +25,93 @@ inline char* put_unit(char* d, NUV_UTF16 u) {
   return d;
 }
 
+// Bytes of one page left from p: a 16-byte load from p stays inside the page
+// (and so inside mapped memory) when this is at least 16.
+inline std::size_t page_room(const void* p) { return 4096 - (reinterpret_cast<std::uintptr_t>(p) & 4095); }
+
+// Sixteen units at src are packed into sixteen bytes at dest; returns how
+// many of them, from the first, are 1..0x7F (so the bytes are their UTF-8),
+// 16 for all.  The bytes after those are not meaningful.  The loads may pass
+// the terminator inside the page, which the sanitizer cannot know is harmless.
+NUV_NO_ASAN inline unsigned ascii16(char* dest, const NUV_UTF16* src) {
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 8));
+  // Adding 0x7F80 with saturation sets the top bit of every unit above 0x7F;
+  // a zero unit compares to all ones.
+  const __m128i k = _mm_set1_epi16(0x7F80);
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i bad_a = _mm_or_si128(_mm_adds_epu16(a, k), _mm_cmpeq_epi16(a, zero));
+  const __m128i bad_b = _mm_or_si128(_mm_adds_epu16(b, k), _mm_cmpeq_epi16(b, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_packus_epi16(a, b));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(bad_a, bad_b)));
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 16;
+}
+
+// Sixteen bytes at src are widened into sixteen units at dest; returns how
+// many of them, from the first, are 1..0x7F.  Same page rule as above.
+NUV_NO_ASAN inline unsigned ascii16_widen(NUV_UTF16* dest, const unsigned char* src) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_unpacklo_epi8(v, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + 8), _mm_unpackhi_epi8(v, zero));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(v, _mm_cmpeq_epi8(v, zero))));
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 16;
+}
+
+// Eight bytes at src widened into eight units; returns the leading count
+// of bytes 1..0x7F, as above.
+NUV_NO_ASAN inline unsigned ascii8_widen(NUV_UTF16* dest, const unsigned char* src) {
+  const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_unpacklo_epi8(v, zero));
+  const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(v, _mm_cmpeq_epi8(v, zero)))) & 0xFF;
+  return mask ? static_cast<unsigned>(__builtin_ctz(mask)) : 8;
+}
+
 }  // namespace
+
+std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t destSize, bool pairs, bool* cut) {
+  const std::size_t room = destSize - 1;  // one byte is kept for the terminator
+  std::size_t n = 0;
+  for (;;) {
+    // Whole blocks of ASCII while the buffer has room for sixteen bytes
+    // more; the block that holds the end of the run is taken up to it.
+    while (n + 16 <= room && page_room(src) >= 32) {
+      const unsigned k = ascii16(dest + n, src);
+      n += k;
+      src += k;
+      if (k < 16) break;
+    }
+    const NUV_UTF16 u = nuv::unit_at(src);  // callers' texts may sit at odd addresses
+    if (u == 0) {
+      *cut = false;
+      break;
+    }
+    const NUV_UTF16 next = (u & 0xFC00) == 0xD800 ? nuv::unit_at(src + 1) : 0;
+    if (pairs && (next & 0xFC00) == 0xDC00) {
+      if (n + 4 > room) {
+        *cut = true;
+        break;
+      }
+      const unsigned v = 0x10000u + ((u - 0xD800u) << 10) + (next - 0xDC00u);
+      dest[n++] = static_cast<char>(0xF0 | (v >> 18));
+      dest[n++] = static_cast<char>(0x80 | ((v >> 12) & 0x3F));
+      dest[n++] = static_cast<char>(0x80 | ((v >> 6) & 0x3F));
+      dest[n++] = static_cast<char>(0x80 | (v & 0x3F));
+      src += 2;
+      continue;
+    }
+    const std::size_t need = unit_bytes(u);
+    if (n + need > room) {
+      *cut = true;
+      break;
+    }
+    n = static_cast<std::size_t>(put_unit(dest + n, u) - dest);
+    ++src;
+  }
+  dest[n] = 0;
+  return n;
+}
 
 std::size_t U16s_To_Utf8s_U16(char* dest, const NUV_UTF16* src, std::size_t destSize) {
   if (!dest) {
@@ -116,9 +207,18 @@ inline Decoded decode_one(const unsigned char* s, std::size_t left) {
 // stops at the terminator, so claiming plenty is safe.
 constexpr std::size_t kUnbounded = 4;
 
-}  // namespace
+// Bytes of a rejected sequence that still looked right: the lead and the
+// follow-up bytes after it, up to the length the lead announces.
+inline std::size_t rejected_length(const unsigned char* s, std::size_t left) {
+  const unsigned b = s[0];
+  const std::size_t want = (b & 0xE0) == 0xC0 ? 2 : (b & 0xF0) == 0xE0 ? 3 : (b & 0xF8) == 0xF0 ? 4 : 1;
+  std::size_t k = 1;
+  while (k < want && k < left && follow(s[k])) ++k;
+  return k;
+}
 
-std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+template <bool kSkipRejected>
+std::size_t utf8n_to_u16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
                          std::size_t* errCount, unsigned int substChar) {
   const bool terminated = srcLen == static_cast<std::size_t>(-1);
   const bool writing = dest && destLen != 0;
@@ -139,7 +239,8 @@ std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, 
         return 0;
       }
       ++*errCount;
-      c = {substChar & 0xFFFFu, 1};
+      const std::size_t left = terminated ? kUnbounded : srcLen - i;
+      c = {substChar & 0xFFFFu, kSkipRejected ? rejected_length(s + i, left) : 1};
     }
     i += c.len;
     if (c.value >= 0x10000) {
@@ -158,11 +259,35 @@ std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, 
   return n;
 }
 
+}  // namespace
+
+std::size_t Utf8n_To_U16(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+                         std::size_t* errCount, unsigned int substChar) {
+  return utf8n_to_u16<false>(dest, destLen, src, srcLen, errCount, substChar);
+}
+
+std::size_t Utf8n_To_U16_Whole(NUV_UTF16* dest, std::size_t destLen, const char* src, std::size_t srcLen,
+                               std::size_t* errCount, unsigned int substChar) {
+  return utf8n_to_u16<true>(dest, destLen, src, srcLen, errCount, substChar);
+}
+
 std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen) {
   if (dest && destLen == 0) return 0;
   const auto* s = reinterpret_cast<const unsigned char*>(src);
   std::size_t n = 0;
   for (;;) {
+    if (dest) {
+      unsigned k = 16;
+      while (k == 16 && n + 16 < destLen && page_room(s) >= 16) {
+        k = ascii16_widen(dest + n, s);
+        n += k, s += k;
+      }
+      // The end of a text is often closer than a whole block.
+      if (k == 16 && n + 8 < destLen && page_room(s) >= 8) {
+        k = ascii8_widen(dest + n, s);
+        n += k, s += k;
+      }
+    }
     const Decoded c = decode_one(s, kUnbounded);
     if (c.len == 0) {
       errno = EILSEQ;

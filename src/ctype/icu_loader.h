@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "ctype/icu_functions.h"
+#include "os/limits.h"
 
 // The major version of ICU this build binds; it names the files and symbols.
 #ifndef NUV_ICU_VERSION
@@ -22,7 +23,7 @@ inline constexpr char kIcuLibI18n[] = "libicui18n.so." NUV_ICU_V;
 inline constexpr char kIcuCompiledVersion[] = NUV_ICU_V ".1";
 
 // Longest path the loader builds, terminator included.
-inline constexpr int kMaxPathLn = 4097;
+inline constexpr int kMaxPathLn = static_cast<int>(lim::MAX_PATH_LN.size);
 // Longest additional search directory kept, terminator included.
 inline constexpr int kMaxSearchPathLn = 4098;
 

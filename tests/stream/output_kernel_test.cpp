@@ -5,6 +5,8 @@
 // (which encodes up to the terminator in one pass) against the reference
 // writer, also on streams that fail part-way.
 #include <gtest/gtest.h>
+
+#include "support/page_end.h"
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -136,32 +138,9 @@ TEST_F(Avx512Kernel, StopsBeforeASurrogateAtEveryPosition) {
   }
 }
 
-// Terminated text whose terminator is the last unit of a readable page.
-class PageEnd {
- public:
-  PageEnd() {
-    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    map_ = static_cast<char*>(mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    if (map_ != MAP_FAILED) mprotect(map_ + page_, page_, PROT_NONE);
-  }
-  ~PageEnd() {
-    if (map_ != MAP_FAILED) munmap(map_, 2 * page_);
-  }
-  bool ok() const { return map_ != MAP_FAILED; }
-  // The text and its terminator end `gap` bytes before the unreadable page.
-  const NUV_UTF16* place(const std::u16string& text, std::size_t gap) {
-    char* at = map_ + page_ - gap - 2 * (text.size() + 1);
-    std::memcpy(at, text.c_str(), 2 * (text.size() + 1));
-    return reinterpret_cast<const NUV_UTF16*>(at);
-  }
-
- private:
-  std::size_t page_;
-  char* map_;
-};
 
 TEST_F(Avx512Kernel, TerminatedTextMatchesReferenceUpToAPageEnd) {
-  PageEnd pages;
+  nuvtest::PageEnd pages;
   ASSERT_TRUE(pages.ok());
   std::mt19937 rng(88);
   for (int round = 0; round < 4000; ++round) {

@@ -31,6 +31,8 @@ struct RecordingTrace {
   }
 };
 
+inline const std::string kEndLine = "--- Unicode interface ------ End of message ------";
+
 // The header line carries pid and time; strip it to compare the rest.
 inline std::string after_header(const std::string& msg) {
   auto nl = msg.find('\n');
