@@ -42,7 +42,7 @@ struct TemplateRow {
   bool valid;
 };
 const TemplateRow kTemplates[] = {
-    {"tmpXXXXXX.log", 4, true}, {"tmpXXXXX.log", 4, false}, {"XXXXXX", 0, false},  {"aXXXXXX", 0, true},
+    {"tmpXXXXXX.log", 4, true}, {"tmpXXXXX.log", 4, false}, {"XXXXXX", 0, true},   {"XXXXX", 0, false},
     {"tmpXXXXXX", 0, true},     {"tmpXXXXXX.log", 3, false}, {"tmpXXXXXX.log", -1, false},
     {"XXXXXXXXXXXX", 6, true},  {"XXXXXXXXXXX", 6, false},  {"tmpXXXxXX.log", 4, false}, {"", 0, false},
     {"tmpXXXXXX.log", 40, false}};
