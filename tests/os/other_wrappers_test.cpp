@@ -22,6 +22,19 @@
 #include "support/recording_trace.h"
 #include "support/scratch_dir.h"
 
+// XSI strerror_r as this program sees it: with bad_text set it answers with
+// bytes that are not UTF-8, as a text in another code set would be.
+namespace {
+bool bad_text = false;
+}
+extern "C" int __xpg_strerror_r(int errnum, char* buf, size_t buflen) {
+  using Real = int (*)(int, char*, size_t);
+  static Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "__xpg_strerror_r"));
+  if (!bad_text) return real(errnum, buf, buflen);
+  snprintf(buf, buflen, "Ung\xfcltiges Argument");
+  return 0;
+}
+
 namespace {
 
 using nuvtest::utf16;
@@ -74,6 +87,25 @@ TEST(ErrorTexts, BufferSizes) {
   char narrow[5];
   EXPECT_EQ(strerror_rR(EINVAL, narrow, sizeof narrow), ERANGE);
   EXPECT_STREQ(narrow, "Inva");
+}
+
+TEST(ErrorTexts, UnconvertibleTextGivesSubstitute) {
+  nuvtest::RecordingTrace trace;
+  bad_text = true;
+  NUV_UTF16 buf[128];
+  const int rc = strerror_rU16(EINVAL, buf, 128);
+  const std::u16string one = strerrorU16(EINVAL);
+  NUV_UTF16 small[10];
+  const int rc_small = strerror_rU16(EINVAL, small, 10);
+  bad_text = false;
+  EXPECT_EQ(rc, EILSEQ);
+  EXPECT_EQ(std::u16string(buf), u"Could not convert error no. 223 to UTF-16 characters");
+  EXPECT_EQ(one, u"Could not convert error no. 223 to UTF-16 characters");
+  EXPECT_EQ(rc_small, EILSEQ);
+  EXPECT_EQ(std::u16string(small), u"Could not");
+  EXPECT_TRUE(saw("strerror_rU16 encountered invalid UTF-8"));
+  EXPECT_TRUE(saw("strerrorU16 encountered invalid UTF-8"));
+  EXPECT_EQ(std::u16string(strerrorU16(EINVAL)), u"Invalid argument");
 }
 
 TEST(ErrorTexts, PerrorWritesTextAndReason) {
