@@ -34,49 +34,43 @@ const std::string kHosts = "10.1.2.3 haupt.example bücher.example\nfd00::17 sec
 // nss_wrapper takes at most 32 aliases: these go into a bind-mounted /etc/hosts.
 const std::string kAliasHosts = "10.1.2.4 a63 " + seq("x", 63, " ") + "\n10.1.2.5 a64 " + seq("y", 64, " ") + "\n";
 
-// A record as one text, fields joined by '|', lists by ','.
+// A record as one text: fields joined by '|', lists by ','.
 std::u16string join(NUV_UTF16* const* list) {
   std::u16string s;
   for (int i = 0; list && list[i]; ++i) s += (i ? u"," : u"") + std::u16string(list[i]);
   return s;
 }
+std::u16string cat(std::initializer_list<std::u16string> fields) {
+  std::u16string s;
+  for (auto& f : fields) s += (s.empty() ? u"" : u"|") + f;
+  return s;
+}
 std::u16string num(long v) { return utf16(to_string(v)); }
 std::u16string render(const passwdU16* p) {
-  return std::u16string(p->pw_name) + u"|" + p->pw_passwd + u"|" + num(p->pw_uid) + u"|" + num(p->pw_gid) + u"|" +
-         p->pw_gecos + u"|" + p->pw_dir + u"|" + p->pw_shell;
+  return cat({p->pw_name, p->pw_passwd, num(p->pw_uid), num(p->pw_gid), p->pw_gecos, p->pw_dir, p->pw_shell});
 }
-std::u16string render(const groupU16* g) {
-  return std::u16string(g->gr_name) + u"|" + g->gr_passwd + u"|" + num(g->gr_gid) + u"|" + join(g->gr_mem);
-}
-std::u16string render(const serventU16* s) {
-  return std::u16string(s->s_name) + u"|" + s->s_proto + u"|" + num(s->s_port) + u"|" + join(s->s_aliases);
-}
+std::u16string render(const groupU16* g) { return cat({g->gr_name, g->gr_passwd, num(g->gr_gid), join(g->gr_mem)}); }
+std::u16string render(const serventU16* s) { return cat({s->s_name, s->s_proto, num(s->s_port), join(s->s_aliases)}); }
 std::u16string render(const hostentU16* h) {
   char a[64];
   inet_ntop(h->h_addrtype, h->h_addr_list[0], a, sizeof a);
-  return std::u16string(h->h_name) + u"|" + join(h->h_aliases) + u"|" + num(h->h_length) + u"|" + utf16(a);
+  return cat({h->h_name, join(h->h_aliases), num(h->h_length), utf16(a)});
 }
-
-struct Row {
-  std::function<std::u16string()> lookup;  // u"null" when the wrapper gave null
-  std::u16string want;
-  const char* report;  // expected in the trace, or null for none
-};
 template <class R>
 std::u16string shown(R* r) {
   return r ? render(r) : u"null";
 }
 
-// "" when every row gives its record and report.
+// Lookup, the record it must give, the report it must make (null: none).
+using Row = std::tuple<std::function<std::u16string()>, std::u16string, const char*>;
 std::string check(const std::vector<Row>& rows) {
-  for (std::size_t i = 0; i < rows.size(); ++i) {
+  for (auto& [lookup, want, report] : rows) {
     nuvtest::RecordingTrace trace;
-    const std::u16string got = rows[i].lookup();
+    const std::u16string got = lookup();
     std::string all;
     for (auto& l : trace.lines) all += l;
-    if (got != rows[i].want) return "row " + to_string(i) + ": other record";
-    if (rows[i].report ? all.find(rows[i].report) == std::string::npos : !all.empty())
-      return "row " + to_string(i) + ": trace " + all;
+    if (got != want || (report ? all.find(report) == std::string::npos : !all.empty()))
+      return "lookup of " + std::string(want.begin(), want.begin() + std::min<size_t>(want.size(), 12)) + ": " + all;
   }
   return "";
 }

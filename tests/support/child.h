@@ -1,7 +1,7 @@
 // Child processes for tests that must not touch the test process or the
-// machine: a forked child (optionally in fresh namespaces, the caller mapped
-// to root) that returns "" or what failed, and a re-run of this test binary
-// with extra environment (for LD_PRELOAD interposers such as nss_wrapper).
+// machine: a forked child, optionally in fresh namespaces with the caller
+// mapped to root, and a re-run of this test binary with extra environment
+// (for LD_PRELOAD interposers such as nss_wrapper).
 #pragma once
 
 #include <fcntl.h>
@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <utility>
@@ -19,7 +18,7 @@
 namespace nuvtest {
 
 struct ChildResult {
-  int status = -1;  // exit code, 128 + signal; 77: namespaces refused
+  int status = -1;  // exit code or 128 + signal; 77: namespaces refused
   std::string output;
 };
 
@@ -30,55 +29,46 @@ inline std::string read_all(int fd) {
   return out;
 }
 
-inline bool write_file(const char* file, const std::string& text) {
-  const int fd = open(file, O_WRONLY);
-  const bool ok = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  if (fd >= 0) close(fd);
-  return ok;
-}
-
-// body runs in the child with its output going to the parent's pipe.
+// body runs in a child, writing to `out`; what it writes is returned.
 inline ChildResult in_child(const std::function<void(int out)>& body) {
   int p[2];
   ChildResult r;
-  if (pipe(p) != 0) return r;
   std::fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(p[0]);
-    body(p[1]);
-    _exit(126);
-  }
+  const pid_t pid = pipe(p) == 0 ? fork() : -1;
+  if (pid == 0) close(p[0]), body(p[1]), _exit(126);
+  if (pid < 0) return r;
   close(p[1]);
   r.output = read_all(p[0]);
   close(p[0]);
   int st = 0;
-  if (pid > 0 && waitpid(pid, &st, 0) == pid) r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+  if (waitpid(pid, &st, 0) == pid) r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
   return r;
 }
 
+// fn returns "" or what failed.
 inline ChildResult run_forked(const std::function<std::string()>& fn, int unshare_flags = 0) {
-  const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
+  const std::string ids[2] = {std::to_string(getuid()), std::to_string(getgid())};
   return in_child([&](int out) {
+    auto put = [](const char* file, const std::string& text) {
+      const int fd = open(file, O_WRONLY);
+      return fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && !close(fd);
+    };
     if (unshare_flags && unshare(unshare_flags) != 0) _exit(77);
-    if (unshare_flags & CLONE_NEWUSER) {
-      write_file("/proc/self/setgroups", "deny");
-      if (!write_file("/proc/self/uid_map", "0 " + uid + " 1") || !write_file("/proc/self/gid_map", "0 " + gid + " 1"))
-        _exit(77);
-    }
+    if ((unshare_flags & CLONE_NEWUSER) && !(put("/proc/self/setgroups", "deny") &&
+                                             put("/proc/self/uid_map", "0 " + ids[0] + " 1") &&
+                                             put("/proc/self/gid_map", "0 " + ids[1] + " 1")))
+      _exit(77);
     const std::string failure = fn();
     _exit(write(out, failure.data(), failure.size()) < 0 || !failure.empty());
   });
 }
 
-// This binary again on the tests `filter` selects (disabled ones included).
+// This binary again on the tests `filter` selects, disabled ones included.
 inline ChildResult rerun_self(const std::string& filter, const std::vector<std::pair<std::string, std::string>>& env) {
   return in_child([&](int out) {
-    dup2(out, 1);
-    dup2(out, 2);
+    dup2(out, 1), dup2(out, 2);
     for (auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
-    const std::string f = "--gtest_filter=" + filter;
-    execl("/proc/self/exe", "self", f.c_str(), "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
+    execl("/proc/self/exe", "self", ("--gtest_filter=" + filter).c_str(), "--gtest_also_run_disabled_tests", nullptr);
   });
 }
 
