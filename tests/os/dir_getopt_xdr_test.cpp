@@ -104,6 +104,18 @@ TEST(Xdr, RoundTripsAgainstLibtirpc) {
   auto str = reinterpret_cast<int (*)(void*, char**, unsigned)>(dlsym(h, "xdr_string"));
   alignas(16) unsigned char xdr[256];  // more than libtirpc's XDR record
   auto* x = reinterpret_cast<__rpc_xdr*>(xdr);
+  nuvtest::RecordingTrace trace;
+  nuv_xdr_library_for_tests("libtirpc-not-there.so.99");
+  errno = 0;
+  NUV_UTF16* none = nullptr;
+  memset(xdr, 0, sizeof xdr);  // an encoding stream
+  EXPECT_EQ(xdr_stringU16(x, &none, 10), 0);
+  nuv_xdr_library_for_tests("libtirpc.so.3");
+  EXPECT_EQ(errno, ELIBACC);
+  EXPECT_NE(trace.lines.at(0).find("XDR routines not available (libtirpc-not-there.so.99)"), std::string::npos);
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer's XDR interceptors bind glibc's XDR routines, which glibc no longer has";
+#endif
   std::mt19937 rng(777);
   for (int i = 0; i < 500; ++i) {
     std::u16string s;  // any units but 0: lone surrogates and pairs too
@@ -129,15 +141,6 @@ TEST(Xdr, RoundTripsAgainstLibtirpc) {
     create(x, wire, sizeof wire, 1);
     EXPECT_EQ(len == 0 || !xdr_stringU16(x, &fresh, len - 1), true) << "too long for maxsize";
   }
-  nuvtest::RecordingTrace trace;
-  nuv_xdr_library_for_tests("libtirpc-not-there.so.99");
-  errno = 0;
-  NUV_UTF16* p = nullptr;
-  create(x, nullptr, 0, 0);
-  EXPECT_EQ(xdr_stringU16(x, &p, 10), 0);
-  nuv_xdr_library_for_tests("libtirpc.so.3");
-  EXPECT_EQ(errno, ELIBACC);
-  EXPECT_NE(trace.lines.at(0).find("XDR routines not available (libtirpc-not-there.so.99)"), std::string::npos);
 }
 
 }  // namespace
