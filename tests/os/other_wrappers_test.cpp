@@ -65,6 +65,7 @@ TEST(SystemIdentity, HostNameInUtsNamespace) {
   for (const std::string name : std::vector<std::string>{"rechner-müller-😀", "\xff-broken", std::string(64, 'n')}) {
     auto r = nuvtest::run_forked(
         [&]() -> std::string {
+          nuvtest::RecordingTrace quiet;
           utsnameU16 u;
           NUV_UTF16 host[256];
           struct utsname n;
