@@ -61,6 +61,15 @@ TEST(TimeStrings, StrftimeAgainstLibc) {
   EXPECT_NE(trace.lines.at(1).find("strfctimeU16 :\nArray cformat length MAX_FORMATSTR_LN"), std::string::npos);
 }
 
+TEST(DynamicLoading, SymbolsAndErrorTexts) {
+  void* h = dlopenU16(u"libm.so.6", RTLD_NOW);
+  EXPECT_TRUE(h && dlsymU16(h, u"cos") == dlsym(h, "cos") && !dlsymU16(h, u"kein_symbol_ü"));
+  EXPECT_NE(std::u16string(dlerrorU16()).find(u"kein_symbol_ü"), std::u16string::npos);
+  EXPECT_EQ(dlerrorU16(), nullptr);
+  EXPECT_EQ(dlopenU16(u"/nicht/da-ü.so", RTLD_NOW), nullptr);
+  EXPECT_NE(std::u16string(dlerrorU16()).find(u"/nicht/da-ü.so"), std::u16string::npos);
+}
+
 TEST(SystemIdentity, HostNameInUtsNamespace) {
   for (const std::string name : std::vector<std::string>{"rechner-müller-😀", "\xff-broken", std::string(64, 'n')}) {
     auto r = nuvtest::run_forked(
