@@ -164,6 +164,52 @@ static int os_tour(int argc, char **argv) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
 
+/* The user's own password record, the system's name, and a directory
+ * listing of files this tour creates with non-ASCII names. */
+static void records_and_listing(void) {
+  static const NUV_UTF16 names[3][8] = {
+      {'G', 'r', 0x00FC, 0x00DF, 'e', 0},       /* Gruesse with umlaut and sharp s */
+      {0x65E5, 0x672C, '.', 't', 'x', 't', 0}, /* two CJK ideographs */
+      {'c', 'a', 'f', 0x00E9, 0}};
+  struct passwdU16 *pw = getpwuidU(getuid());
+  struct utsnameU16 un;
+  struct direntU16 *e;
+  struct __dirstream *dir;
+  char cdir[] = "/tmp/nuvtour.XXXXXX";
+  NUV_UTF16 wdir[64], path[128], slash[2] = {'/', 0};
+  int i, fd;
+
+  printf("\nThe user's own record and a directory listing:\n");
+  if (pw) {
+    show("pw_name", pw->pw_name);
+    show("pw_dir", pw->pw_dir);
+    show("pw_shell", pw->pw_shell);
+  }
+  if (unameU(&un) == 0) show("uname sysname", un.sysname);
+  if (!mkdtemp(cdir)) return;
+  from_ascii(wdir, cdir);
+  for (i = 0; i < 3; ++i) {
+    strcpyU(path, wdir);
+    strcatU(path, slash);
+    strcatU(path, names[i]);
+    fd = creatU(path, 0600);
+    if (fd >= 0) close(fd);
+  }
+  dir = opendirU(wdir);
+  if (dir) {
+    while ((e = readdirU(dir)) != NULL)
+      if (e->d_name[0] != '.') show("readdirU", e->d_name);
+    closedir(dir);
+  }
+  for (i = 0; i < 3; ++i) {
+    strcpyU(path, wdir);
+    strcatU(path, slash);
+    strcatU(path, names[i]);
+    unlinkU(path);
+  }
+  rmdirU(wdir);
+}
+
 int main(int argc, char **argv) {
   NUV_UTF16 text[64], word[16], copy[8], tokens[64];
   NUV_UTF16 *tok, *saved = NULL;
@@ -198,5 +244,6 @@ int main(int argc, char **argv) {
   u16_set_trace(NULL, U16_TRACE_MEDIUM);
 
   if (os_tour(argc, argv) != 0) return 1;
+  records_and_listing();
   return argc > 1 ? read_and_report(argv[1]) : 0;
 }

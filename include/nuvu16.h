@@ -487,6 +487,135 @@ NUV_API int rexecU16(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const N
 NUV_API int rexecU(NUV_UTF16 **ahost, int port, const NUV_UTF16 *user, const NUV_UTF16 *passwd,
                    const NUV_UTF16 *cmd, int *fd2p);
 
+/* ======================================================================
+ * Records and other system wrappers
+ *
+ * Records keep libc's field order and numeric types; text fields are UTF-16.
+ * Each lookup returns a static record that the next call of the same
+ * function overwrites (the three host lookups share one), or null.
+ * ====================================================================== */
+struct passwdU16 {
+  NUV_UTF16 *pw_name;
+  NUV_UTF16 *pw_passwd;
+  uid_t pw_uid;
+  gid_t pw_gid;
+  NUV_UTF16 *pw_gecos;
+  NUV_UTF16 *pw_dir;
+  NUV_UTF16 *pw_shell;
+};
+struct groupU16 {
+  NUV_UTF16 *gr_name;
+  NUV_UTF16 *gr_passwd;
+  gid_t gr_gid;
+  NUV_UTF16 **gr_mem; /* at most 1023 members, closed by null */
+};
+struct hostentU16 {
+  NUV_UTF16 *h_name;
+  NUV_UTF16 **h_aliases; /* at most 63, closed by null */
+  int h_addrtype;
+  int h_length;
+  char **h_addr_list; /* bytes as libc gives them; at most 63 */
+};
+struct serventU16 {
+  NUV_UTF16 *s_name;
+  NUV_UTF16 **s_aliases; /* at most 63, closed by null */
+  int s_port;            /* network order */
+  NUV_UTF16 *s_proto;
+};
+struct direntU16 {
+  uint64_t d_ino;
+  int64_t d_off;
+  unsigned short d_reclen;
+  unsigned char d_type;
+  NUV_UTF16 d_name[4097];
+};
+struct utsnameU16 {
+  NUV_UTF16 sysname[256];
+  NUV_UTF16 nodename[256];
+  NUV_UTF16 release[256];
+  NUV_UTF16 version[256];
+  NUV_UTF16 machine[256];
+};
+struct tm;
+struct __dirstream;
+struct __rpc_xdr; /* XDR of libtirpc */
+
+NUV_API struct passwdU16 *getpwnamU16(const NUV_UTF16 *name);
+NUV_API struct passwdU16 *getpwnamU(const NUV_UTF16 *name);
+NUV_API struct passwdU16 *getpwuidU16(uid_t uid);
+NUV_API struct passwdU16 *getpwuidU(uid_t uid);
+NUV_API struct groupU16 *getgrgidU16(gid_t gid);
+NUV_API struct groupU16 *getgrgidU(gid_t gid);
+NUV_API struct hostentU16 *gethostbynameU16(const NUV_UTF16 *name);
+NUV_API struct hostentU16 *gethostbynameU(const NUV_UTF16 *name);
+NUV_API struct hostentU16 *gethostbyaddrU16(const void *addr, uint32_t len, int type);
+NUV_API struct hostentU16 *gethostbyaddrU(const void *addr, uint32_t len, int type);
+NUV_API struct hostentU16 *gethostentU16(void);
+NUV_API struct hostentU16 *gethostentU(void);
+NUV_API struct serventU16 *getservbynameU16(const NUV_UTF16 *name, const NUV_UTF16 *proto);
+NUV_API struct serventU16 *getservbynameU(const NUV_UTF16 *name, const NUV_UTF16 *proto);
+/* port in network order */
+NUV_API struct serventU16 *getservbyportU16(int port, const NUV_UTF16 *proto);
+NUV_API struct serventU16 *getservbyportU(int port, const NUV_UTF16 *proto);
+
+/* Time strings: static results (one per function) or the caller's buffer of
+ * 256 units; strftimeU16 counts max and its result in units. */
+NUV_API NUV_UTF16 *ctimeU16(const time_t *t);
+NUV_API NUV_UTF16 *ctimeU(const time_t *t);
+NUV_API NUV_UTF16 *asctimeU16(const struct tm *tm);
+NUV_API NUV_UTF16 *asctimeU(const struct tm *tm);
+NUV_API NUV_UTF16 *ctime_rU16(const time_t *t, NUV_UTF16 *buf);
+NUV_API NUV_UTF16 *ctime_rU(const time_t *t, NUV_UTF16 *buf);
+NUV_API NUV_UTF16 *asctime_rU16(const struct tm *tm, NUV_UTF16 *buf);
+NUV_API NUV_UTF16 *asctime_rU(const struct tm *tm, NUV_UTF16 *buf);
+NUV_API size_t strftimeU16(NUV_UTF16 *s, size_t max, const NUV_UTF16 *format, const struct tm *tm);
+NUV_API size_t strftimeU(NUV_UTF16 *s, size_t max, const NUV_UTF16 *format, const struct tm *tm);
+
+/* Error texts.  The _r forms return 0, ERANGE (null or short buffer: cut and
+ * terminated), EILSEQ (substitute text written) or libc's error number. */
+NUV_API NUV_UTF16 *strerrorU16(int errnum);
+NUV_API NUV_UTF16 *strerrorU(int errnum);
+NUV_API int strerror_rU16(int errnum, NUV_UTF16 *buf, size_t buflen);
+NUV_API int strerror_rU(int errnum, NUV_UTF16 *buf, size_t buflen);
+NUV_API int strerror_rR(int errnum, char *buf, size_t buflen);
+NUV_API void perrorU16(const NUV_UTF16 *text);
+NUV_API void perrorU(const NUV_UTF16 *text);
+
+NUV_API int gethostnameU16(NUV_UTF16 *name, size_t units);
+NUV_API int gethostnameU(NUV_UTF16 *name, size_t units);
+NUV_API int unameU16(struct utsnameU16 *name);
+NUV_API int unameU(struct utsnameU16 *name);
+NUV_API NUV_UTF16 *getpassU16(const NUV_UTF16 *prompt);
+NUV_API NUV_UTF16 *getpassU(const NUV_UTF16 *prompt);
+
+NUV_API void *dlopenU16(const NUV_UTF16 *path, int flags);
+NUV_API void *dlopenU(const NUV_UTF16 *path, int flags);
+NUV_API void *dlsymU16(void *handle, const NUV_UTF16 *symbol);
+NUV_API void *dlsymU(void *handle, const NUV_UTF16 *symbol);
+NUV_API NUV_UTF16 *dlerrorU16(void);
+NUV_API NUV_UTF16 *dlerrorU(void);
+
+/* Directories: libc's stream (close it with closedir); readdirU16 fills a
+ * static entry. */
+NUV_API struct __dirstream *opendirU16(const NUV_UTF16 *name);
+NUV_API struct __dirstream *opendirU(const NUV_UTF16 *name);
+NUV_API struct direntU16 *readdirU16(struct __dirstream *dir);
+NUV_API struct direntU16 *readdirU(struct __dirstream *dir);
+NUV_API int readdir_rU16(struct __dirstream *dir, struct direntU16 *entry, struct direntU16 **result);
+NUV_API int readdir_rU(struct __dirstream *dir, struct direntU16 *entry, struct direntU16 **result);
+
+/* Option parser over UTF-16 arguments; shares optind, opterr and optopt with
+ * libc. */
+NUV_API extern NUV_UTF16 *optargU;
+NUV_API int getoptU16(int argc, NUV_UTF16 *const argv[], const NUV_UTF16 *optstring);
+NUV_API int getoptU(int argc, NUV_UTF16 *const argv[], const NUV_UTF16 *optstring);
+
+/* xdr_string over UTF-16; maxsize counts UTF-8 bytes.  libtirpc is opened on
+ * the first call; without it the call fails with errno ELIBACC.  Returns
+ * libtirpc's bool_t. */
+NUV_API int xdr_stringU16(struct __rpc_xdr *xdrs, NUV_UTF16 **sp, unsigned int maxsize);
+NUV_API int xdr_stringU(struct __rpc_xdr *xdrs, NUV_UTF16 **sp, unsigned int maxsize);
+
 NUV_EXTERN_C_END
 
 #endif /* NUVU16_H */
