@@ -6,12 +6,8 @@
 
 #include "common/nuv_internal.h"
 #include "convert/runtime_utf8.h"
+#include "platform/gmon.h"
 #include "platform/tempfile.h"
-
-// Built with the command-line wrappers; bound weakly so that this file links
-// on its own.
-extern "C" int putenvU16(NUV_UTF16* assignment) __attribute__((weak));
-extern "C" int Linux_initialize_gmon(void) __attribute__((weak));
 
 namespace {
 
@@ -40,18 +36,7 @@ void rename_profile(const char* value, const NUV_UTF16* tag) {
   *p++ = u'-';
   for (std::size_t i = 0; tag && tag[i] && i < kMaxTag; ++i) *p++ = tag[i];
   *p = 0;
-  if (putenvU16) {  // it keeps a UTF-8 copy of its own
-    putenvU16(assignment);
-    free(assignment);
-    return;
-  }
-  // Without the UTF-16 environment: the same assignment, narrowed.
-  char* narrow = static_cast<char*>(malloc(3 * static_cast<std::size_t>(p - assignment) + 1));
-  if (narrow) {
-    bool cut;
-    U16s_To_Utf8s_Narrow(narrow, assignment, 3 * static_cast<std::size_t>(p - assignment) + 1, false, &cut);
-    putenv(narrow);
-  }
+  putenvU16(assignment);  // it keeps a UTF-8 copy of its own
   free(assignment);
 }
 
@@ -60,7 +45,7 @@ void rename_profile(const char* value, const NUV_UTF16* tag) {
 extern "C" {
 
 pid_t fork_Linux(const NUV_UTF16* tag) {
-  if (Linux_initialize_gmon) Linux_initialize_gmon();
+  Linux_initialize_gmon();
   const pid_t pid = fork();
   if (pid != 0) return pid;
   const char* value = getenv(kGmonVariable);

@@ -20,9 +20,6 @@ int NUV_mkstempsR(char* tmpl, int suffixLength);
 // fork; a child of a profiled program (GMON_OUT_PREFIX set) writes its
 // profile under "<prefix>-<tag>".
 pid_t fork_Linux(const NUV_UTF16* tag);
-
-// Names the profile output after the program; runs once.
-int Linux_initialize_gmon(void);
 }
 
 // Test hooks: the temporary-file counter.
