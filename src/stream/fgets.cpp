@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "common/cpu.h"
 #include "common/nuv_internal.h"
 #include "stream/utf8_decode.h"
 
@@ -424,27 +425,25 @@ __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt")))
 
 using FastRun = bool (*)(nuv::CachedBytes&, NUV_UTF16*&, NUV_UTF16*);
 
-bool has_avx512_kernel() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-         __builtin_cpu_supports("avx512vbmi2");
-}
+// The scalar level: every byte through the plain decoder.
+bool fast_run_none(nuv::CachedBytes&, NUV_UTF16*&, NUV_UTF16*) { return false; }
 
-bool has_avx2_kernel() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
-         __builtin_cpu_supports("popcnt");
-}
-
-bool has_ssse3_kernel() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
+// Index: 0 scalar, 1 SSE2, 2 SSSE3, 3 AVX2, 4 AVX-512 VBMI2; null when this
+// machine (at its NUV_CPU level) has not got it.
+FastRun fast_run_at(int kernel) {
+  switch (kernel) {
+    case 0: return fast_run_none;
+    case 1: return nuv::cpu_has_sse2() ? fast_run_sse2 : nullptr;
+    case 2: return nuv::cpu_has_ssse3() ? fast_run_ssse3 : nullptr;
+    case 3: return nuv::cpu_has_avx2() ? fast_run_avx2 : nullptr;
+    case 4: return nuv::cpu_has_avx512_vbmi2() ? fast_run_avx512 : nullptr;
+    default: return nullptr;
+  }
 }
 
 FastRun choose_fast_run() {
-  if (has_avx512_kernel()) return fast_run_avx512;
-  if (has_avx2_kernel()) return fast_run_avx2;
-  return has_ssse3_kernel() ? fast_run_ssse3 : fast_run_sse2;
+  for (int k = 4;; --k)
+    if (FastRun f = fast_run_at(k)) return f;
 }
 
 std::atomic<FastRun> g_fast_run{nullptr};
@@ -463,22 +462,13 @@ inline FastRun fast_run_kernel() {
 namespace nuv {
 
 bool use_fgets_kernel_for_tests(int kernel) {
-  switch (kernel) {
-    case 0: g_fast_run.store(fast_run_sse2, std::memory_order_relaxed); return true;
-    case 1:
-      if (!has_ssse3_kernel()) return false;
-      g_fast_run.store(fast_run_ssse3, std::memory_order_relaxed);
-      return true;
-    case 2:
-      if (!has_avx512_kernel()) return false;
-      g_fast_run.store(fast_run_avx512, std::memory_order_relaxed);
-      return true;
-    case 3:
-      if (!has_avx2_kernel()) return false;
-      g_fast_run.store(fast_run_avx2, std::memory_order_relaxed);
-      return true;
-    default: g_fast_run.store(nullptr, std::memory_order_relaxed); return true;
+  if (kernel < 0) {
+    g_fast_run.store(nullptr, std::memory_order_relaxed);
+    return true;
   }
+  const FastRun f = fast_run_at(kernel);
+  if (f) g_fast_run.store(f, std::memory_order_relaxed);
+  return f != nullptr;
 }
 
 }  // namespace nuv

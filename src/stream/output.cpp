@@ -119,17 +119,21 @@ std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst
   return i;
 }
 
-// Chosen when the library is loaded; false (SSE2) until then.
-const bool g_encode_avx2 = cpu_has_avx2();
-const bool g_encode_avx512 = rscp::cpu_has_avx512_vbmi2();
+// Chosen when the library is loaded; SSE2 until then.
+const bool g_encode_avx512 = cpu_has_avx512_vbmi2();
+const EncodeFit g_encode_fit = encode_fit_for(cpu().level);
 
 bool encode_uses_avx512() { return g_encode_avx512; }
 
+EncodeFit encode_fit_for(int level) {
+  if (level >= kCpuAvx512 && cpu_has_avx512_vbmi2()) return encode_units_fit_avx512;
+  if (level >= kCpuAvx2) return encode_units_fit_avx2;
+  return level >= kCpuSse2 ? encode_units_fit_sse2 : encode_units_fit_ref;
+}
+
 std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
                              bool* hit_surrogate) {
-  if (g_encode_avx512) return encode_units_fit_avx512(src, n, dst, cap, bytes, hit_surrogate);
-  return g_encode_avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
-                       : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
+  return g_encode_fit(src, n, dst, cap, bytes, hit_surrogate);
 }
 
 std::size_t fwrite_units_ref(const NUV_UTF16* units, std::size_t size, std::size_t count, FILE* stream,

@@ -46,6 +46,9 @@ std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst,
 // consumed: it stops at the terminator, before a surrogate, before a unit
 // that does not fit, and possibly before a unit that crosses a page end.
 std::size_t encode_text_fit_avx512(const NUV_UTF16* src, char* dst, std::size_t cap, std::size_t* bytes);
+using EncodeFit = std::size_t (*)(const NUV_UTF16*, std::size_t, char*, std::size_t, std::size_t*, bool*);
+// The kernel for a CPU level (cpu.h), at most the machine's own.
+EncodeFit encode_fit_for(int level);
 // Whether the AVX-512 kernels are in use (chosen when the library is loaded).
 bool encode_uses_avx512();
 
