@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/nuv_internal.h"
 #include "stream/output.h"
 
 namespace {
@@ -131,6 +132,32 @@ inline unsigned encode8_short(__m128i v, char* out) {
   return p.length;
 }
 
+// Sixteen lanes of ones then sixteen of zeros: loaded at 16 - n, the first n
+// lanes are kept.
+alignas(64) constexpr std::uint16_t kPrefixLanes[32] = {0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF,
+                                                        0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF,
+                                                        0xFFFF, 0xFFFF};
+
+// Whether any of sixteen units is a surrogate (D800..DFFF moved to 0..7FF).
+inline bool any_surrogate(__m256i v) {
+  const __m256i shifted = _mm256_add_epi16(v, _mm256_set1_epi16(0x2800));
+  const __m256i high5 = _mm256_and_si256(shifted, _mm256_set1_epi16(static_cast<short>(0xF800)));
+  return _mm256_movemask_epi8(_mm256_cmpeq_epi16(high5, _mm256_setzero_si256())) != 0;
+}
+
+// Sixteen units, none a surrogate; stores up to 52 bytes past out and
+// returns how many count.
+inline unsigned encode16(__m256i v, char* out) {
+  const __m128i a = _mm256_castsi256_si128(v), b = _mm256_extracti128_si256(v, 1);
+  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(a, b));
+    return 16;
+  }
+  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) return encode16_short(v, out);
+  const unsigned n = encode8(_mm256_cvtepu16_epi32(a), out);
+  return n + encode8(_mm256_cvtepu16_epi32(b), out + n);
+}
+
 }  // namespace
 
 namespace nuv {
@@ -144,23 +171,8 @@ std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst
     // where the hardware prefetcher stops.
     _mm_prefetch(reinterpret_cast<const char*>(src + i) + 1024, _MM_HINT_T0);
     const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
-    const __m256i shifted = _mm256_add_epi16(v, _mm256_set1_epi16(0x2800));  // surrogates to 0..0x7FF
-    const __m256i high5 = _mm256_and_si256(shifted, _mm256_set1_epi16(static_cast<short>(0xF800)));
-    if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(high5, _mm256_setzero_si256()))) break;  // scalar steps stop there
-    const __m128i a = _mm256_castsi256_si128(v), b = _mm256_extracti128_si256(v, 1);
-    if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + o), _mm_packus_epi16(a, b));
-      i += 16;
-      o += 16;
-      continue;
-    }
-    if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800)))) {
-      o += encode16_short(v, dst + o);
-      i += 16;
-      continue;
-    }
-    o += encode8(_mm256_cvtepu16_epi32(a), dst + o);
-    o += encode8(_mm256_cvtepu16_epi32(b), dst + o);
+    if (any_surrogate(v)) break;  // scalar steps stop there
+    o += encode16(v, dst + o);
     i += 16;
   }
   // One block of eight for what is left.
@@ -205,6 +217,40 @@ std::size_t encode_units_fit_avx2(const NUV_UTF16* src, std::size_t n, char* dst
   const std::size_t k = encode_units_fit_sse2(src + i, n - i, dst + o, cap - o, &tail_bytes, hit_surrogate);
   *bytes = o + tail_bytes;
   return i + k;
+}
+
+}  // namespace nuv
+
+namespace nuv {
+
+// Blocks of sixteen up to the terminator; a block may load units past it,
+// never past the page that holds it.  The block with the terminator is
+// finished by the counted kernel.
+NUV_NO_ASAN std::size_t encode_text_fit_avx2(const NUV_UTF16* src, char* dst, std::size_t cap, std::size_t* bytes) {
+  std::size_t i = 0, o = 0;
+  for (;;) {
+    const NUV_UTF16* s = src + i;
+    if (4096 - (reinterpret_cast<std::uintptr_t>(s) & 4095) < 32 || cap - o < 52) break;
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+    const __m256i surrogate = _mm256_cmpeq_epi16(
+        _mm256_and_si256(_mm256_add_epi16(v, _mm256_set1_epi16(0x2800)), _mm256_set1_epi16(static_cast<short>(0xF800))),
+        _mm256_setzero_si256());
+    const unsigned stop = static_cast<unsigned>(
+        _mm256_movemask_epi8(_mm256_or_si256(_mm256_cmpeq_epi16(v, _mm256_setzero_si256()), surrogate)));
+    if (stop) {
+      // The units in front of the terminator or surrogate; the lanes from it
+      // on become zeros, one byte each, which are not counted.
+      const unsigned n = static_cast<unsigned>(__builtin_ctz(stop)) / 2;
+      const __m256i keep = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(kPrefixLanes + 16 - n));
+      o += encode16(_mm256_and_si256(v, keep), dst + o) - (16 - n);
+      i += n;
+      break;
+    }
+    o += encode16(v, dst + o);
+    i += 16;
+  }
+  *bytes = o;
+  return i;
 }
 
 }  // namespace nuv
