@@ -244,6 +244,18 @@ void writer(Reader& r) {
   for (char16_t& u : text)
     if (u == 0) u = u'0';
   text.push_back(0);
+  // Each level's one-pass kernel encodes exactly what the reference does for
+  // the units it takes.
+  for (int level = nuv::kCpuSse2; level <= nuv::cpu().level; ++level) {
+    const nuv::EncodeText kernel = nuv::encode_text_for(level);
+    if (!kernel) continue;
+    std::vector<char> d1(cap + 1), d2(cap + 1);
+    size_t b1, b2;
+    bool s2;
+    const size_t k1 = kernel(text.data(), d1.data(), cap, &b1);
+    const size_t k2 = nuv::encode_units_fit_ref(text.data(), k1, d2.data(), cap, &b2, &s2);
+    if (k1 > units.size() || k1 != k2 || b1 != b2 || std::memcmp(d1.data(), d2.data(), b1) != 0) abort();
+  }
   long put[2];
   for (int impl = 0; impl < 2; ++impl) {
     Sink sink{{}, budget};
