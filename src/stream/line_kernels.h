@@ -65,7 +65,7 @@ bool line_run(CachedBytes& in, NUV_UTF16*& out, NUV_UTF16* limit) {
   const char* p = in.p;
   const char* const e = in.e;
   NUV_UTF16* o = out;
-  const V c;
+  const V c{};
   while (e - p >= V::need && limit - o >= static_cast<long>(B)) {
     // The test is on 64 bytes so that it is rarely true on text that has a
     // few non-ASCII characters, and then the branch predicts well either way.
@@ -179,7 +179,7 @@ struct Line128 {
   using I = __m128i;
   static constexpr unsigned B = 16;
   static constexpr long need = 16;
-  const W128 w;
+  const W128 w{};
   const __m128i zero = _mm_setzero_si128();
   static I load(const char* p) { return _mm_loadu_si128(reinterpret_cast<const I*>(p)); }
   static std::uint32_t high(I v) { return static_cast<unsigned>(_mm_movemask_epi8(v)); }
@@ -238,7 +238,7 @@ struct Line256 {
   using I = __m256i;
   static constexpr unsigned B = 32;
   static constexpr long need = 34;  // p + 1 and p + 2 are loaded too
-  const W256 w;
+  const W256 w{};
   static I load(const char* p) { return _mm256_loadu_si256(reinterpret_cast<const I*>(p)); }
   static std::uint32_t high(I v) { return static_cast<std::uint32_t>(_mm256_movemask_epi8(v)); }
   static std::uint32_t eq(I v, int b) {
@@ -290,7 +290,7 @@ struct Line512 {
   using I = __m256i;
   static constexpr unsigned B = 32;
   static constexpr long need = 34;
-  const W512 w;
+  const W512 w{};
   static I load(const char* p) { return _mm256_loadu_si256(reinterpret_cast<const I*>(p)); }
   static std::uint32_t high(I v) { return _mm256_movepi8_mask(v); }
   static std::uint32_t eq(I v, int b) { return _mm256_cmpeq_epi8_mask(v, _mm256_set1_epi8(static_cast<char>(b))); }
