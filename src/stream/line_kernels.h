@@ -54,13 +54,13 @@ __attribute__((always_inline)) inline bool step_at_stop(const char*& p, const ch
 }
 
 // The layer V gives: B bytes a block, `need` bytes readable from a block's
-// start, block type I; load; byte masks (bit i for byte i); widen (B units
+// start, block type I, mask type M; load; byte masks (bit i for byte i); widen (B units
 // of an ASCII block); ascii64 (64 bytes all ASCII: widened and stored, the
 // newline mask returned); decode (the units of a valid block whose first
 // `take` bytes are kept, packed to o; returns how many).
 template <class V>
 bool line_run(CachedBytes& in, NUV_UTF16*& out, NUV_UTF16* limit) {
-  using M = std::uint32_t;
+  using M = typename V::M;  // one bit a byte of the block
   constexpr unsigned B = V::B;
   const char* p = in.p;
   const char* const e = in.e;
@@ -91,8 +91,8 @@ bool line_run(CachedBytes& in, NUV_UTF16*& out, NUV_UTF16* limit) {
     // wait for the vector masks.
     const auto* q = reinterpret_cast<const unsigned char*>(p);
     unsigned take = B - (q[B - 1] >= 0xC0) - 2 * (q[B - 2] >= 0xE0);
-    if (newline) take = static_cast<unsigned>(__builtin_ctz(newline)) + 1;
-    const M span = take >= 32 ? ~M{0} : (M{1} << take) - 1;
+    if (newline) take = static_cast<unsigned>(__builtin_ctzll(newline)) + 1;
+    const M span = take >= 8 * sizeof(M) ? ~M{0} : (M{1} << take) - 1;
     const M conts = c.masked_eq(v, 0xC0, 0x80) & span;
     const M lead2 = c.masked_eq(v, 0xE0, 0xC0) & span;
     const M lead3 = c.masked_eq(v, 0xF0, 0xE0) & span;
@@ -177,6 +177,7 @@ inline void pack_half(NUV_UTF16*& o, __m128i lanes, unsigned keep8) {
 // block (the last two are never leads of a kept character).
 struct Line128 {
   using I = __m128i;
+  using M = std::uint32_t;
   static constexpr unsigned B = 16;
   static constexpr long need = 16;
   const W128 w{};
@@ -232,38 +233,52 @@ inline __m256i widen16(const char* p) {
   return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
 
-// AVX2: 32-byte blocks; each half of sixteen lanes is computed from three
-// widened loads and packed by 8-lane pieces through the pshufb table.
+// AVX2: 64-byte blocks in two registers; each quarter of sixteen lanes is
+// computed from three widened loads and packed by 8-lane pieces through the
+// pshufb table.
 struct Line256 {
-  using I = __m256i;
-  static constexpr unsigned B = 32;
-  static constexpr long need = 34;  // p + 1 and p + 2 are loaded too
+  struct I {
+    __m256i a, b;
+  };
+  using M = std::uint64_t;
+  static constexpr unsigned B = 64;
+  static constexpr long need = 66;  // p + 1 and p + 2 are loaded too
   const W256 w{};
-  static I load(const char* p) { return _mm256_loadu_si256(reinterpret_cast<const I*>(p)); }
-  static std::uint32_t high(I v) { return static_cast<std::uint32_t>(_mm256_movemask_epi8(v)); }
-  static std::uint32_t eq(I v, int b) {
-    return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, _mm256_set1_epi8(static_cast<char>(b)))));
+  static __m256i load32(const char* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+  static I load(const char* p) { return {load32(p), load32(p + 32)}; }
+  static M join(__m256i x, __m256i y) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(x)) |
+           static_cast<M>(static_cast<std::uint32_t>(_mm256_movemask_epi8(y))) << 32;
   }
-  static std::uint32_t masked_eq(I v, int m, int b) {
-    return eq(_mm256_and_si256(v, _mm256_set1_epi8(static_cast<char>(m))), b);
+  static M high(I v) { return join(v.a, v.b); }
+  static M eq(I v, int b) {
+    const __m256i c = _mm256_set1_epi8(static_cast<char>(b));
+    return join(_mm256_cmpeq_epi8(v.a, c), _mm256_cmpeq_epi8(v.b, c));
+  }
+  static M masked_eq(I v, int m, int b) {
+    const __m256i k = _mm256_set1_epi8(static_cast<char>(m));
+    return eq({_mm256_and_si256(v.a, k), _mm256_and_si256(v.b, k)}, b);
+  }
+  static void widen32(__m256i v, NUV_UTF16* o) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(o), _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + 16), _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
   }
   static void widen(I v, NUV_UTF16* o) {
-    _mm256_storeu_si256(reinterpret_cast<I*>(o), _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
-    _mm256_storeu_si256(reinterpret_cast<I*>(o + 16), _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+    widen32(v.a, o);
+    widen32(v.b, o + 32);
   }
   static bool ascii64(const char* p, NUV_UTF16* o, std::uint64_t* nl) {
-    const I y0 = load(p), y1 = load(p + 32);
-    if (_mm256_movemask_epi8(_mm256_or_si256(y0, y1))) return false;
-    widen(y0, o);
-    widen(y1, o + 32);
-    *nl = eq(y0, '\n') | static_cast<std::uint64_t>(eq(y1, '\n')) << 32;
+    const I v = load(p);
+    if (_mm256_movemask_epi8(_mm256_or_si256(v.a, v.b))) return false;
+    widen(v, o);
+    *nl = eq(v, '\n');
     return true;
   }
-  unsigned decode(const char* p, I, std::uint32_t keep, NUV_UTF16* o) const {
+  unsigned decode(const char* p, I, M keep, NUV_UTF16* o) const {
     NUV_UTF16* const start = o;
-    for (int h = 0; h < 2; ++h) {
+    for (int h = 0; h < 4; ++h) {
       const char* q = p + 16 * h;
-      const I r = nuv::utf8_lanes(w, widen16(q), widen16(q + 1), widen16(q + 2));
+      const __m256i r = nuv::utf8_lanes(w, widen16(q), widen16(q + 1), widen16(q + 2));
       pack_half(o, _mm256_castsi256_si128(r), (keep >> (16 * h)) & 0xFF);
       pack_half(o, _mm256_extracti128_si256(r, 1), (keep >> (16 * h + 8)) & 0xFF);
     }
@@ -284,33 +299,42 @@ struct W512 {
   static T blend(T a, T b, T m) { return _mm512_mask_mov_epi16(a, _mm512_movepi16_mask(m), b); }
 };
 
-// AVX-512 (BW, VBMI2): 32-byte blocks widened to one register of 32 lanes,
-// the kept lanes packed by one compress; 64-byte ASCII tests on one load.
+// AVX-512 (BW, VBMI2): 64-byte blocks, each half widened to one register of
+// 32 lanes and its kept lanes packed by one compress.
 struct Line512 {
-  using I = __m256i;
-  static constexpr unsigned B = 32;
-  static constexpr long need = 34;
+  using I = __m512i;
+  using M = std::uint64_t;
+  static constexpr unsigned B = 64;
+  static constexpr long need = 66;
   const W512 w{};
-  static I load(const char* p) { return _mm256_loadu_si256(reinterpret_cast<const I*>(p)); }
-  static std::uint32_t high(I v) { return _mm256_movepi8_mask(v); }
-  static std::uint32_t eq(I v, int b) { return _mm256_cmpeq_epi8_mask(v, _mm256_set1_epi8(static_cast<char>(b))); }
-  static std::uint32_t masked_eq(I v, int m, int b) {
-    return eq(_mm256_and_si256(v, _mm256_set1_epi8(static_cast<char>(m))), b);
+  static I load(const char* p) { return _mm512_loadu_si512(p); }
+  static M high(I v) { return _mm512_movepi8_mask(v); }
+  static M eq(I v, int b) { return _mm512_cmpeq_epi8_mask(v, _mm512_set1_epi8(static_cast<char>(b))); }
+  static M masked_eq(I v, int m, int b) { return eq(_mm512_and_si512(v, _mm512_set1_epi8(static_cast<char>(m))), b); }
+  static __m512i widen32(const char* p) {
+    return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
   }
-  static void widen(I v, NUV_UTF16* o) { _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(v)); }
+  static void widen(I v, NUV_UTF16* o) {
+    _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(_mm512_castsi512_si256(v)));
+    _mm512_storeu_si512(o + 32, _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(v, 1)));
+  }
   static bool ascii64(const char* p, NUV_UTF16* o, std::uint64_t* nl) {
-    const __m512i z = _mm512_loadu_si512(p);
-    if (_mm512_movepi8_mask(z)) return false;
-    _mm512_storeu_si512(o, _mm512_cvtepu8_epi16(_mm512_castsi512_si256(z)));
-    _mm512_storeu_si512(o + 32, _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(z, 1)));
-    *nl = _mm512_cmpeq_epi8_mask(z, _mm512_set1_epi8('\n'));
+    const I z = load(p);
+    if (high(z)) return false;
+    widen(z, o);
+    *nl = eq(z, '\n');
     return true;
   }
-  unsigned decode(const char* p, I v, std::uint32_t keep, NUV_UTF16* o) const {
-    const __m512i r = nuv::utf8_lanes(w, _mm512_cvtepu8_epi16(v), _mm512_cvtepu8_epi16(load(p + 1)),
-                                      _mm512_cvtepu8_epi16(load(p + 2)));
-    _mm512_storeu_si512(o, _mm512_maskz_compress_epi16(keep, r));
-    return static_cast<unsigned>(__builtin_popcount(keep));
+  unsigned decode(const char* p, I, M keep, NUV_UTF16* o) const {
+    NUV_UTF16* const start = o;
+    for (int h = 0; h < 2; ++h) {
+      const char* q = p + 32 * h;
+      const auto k = static_cast<std::uint32_t>(keep >> (32 * h));
+      const __m512i r = nuv::utf8_lanes(w, widen32(q), widen32(q + 1), widen32(q + 2));
+      _mm512_storeu_si512(o, _mm512_maskz_compress_epi16(k, r));
+      o += __builtin_popcount(k);
+    }
+    return static_cast<unsigned>(o - start);
   }
 };
 #endif
