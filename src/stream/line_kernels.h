@@ -120,7 +120,8 @@ bool line_run(CachedBytes& in, NUV_UTF16*& out, NUV_UTF16* limit) {
 
 // The 16-bit lanes of a block's characters, each computed at its lead byte
 // (a lone byte, or lead, second and third): ASCII as it is, two bytes as
-// 5 + 6 bits, three as 4 + 6 + 6 (the shift by 12 drops the rest).
+// 5 + 6 bits, three as 4 + 6 + 6 (the shift by 12 drops the rest).  W::eq
+// gives what W::blend takes: a vector, or a mask register.
 template <class W>
 inline typename W::T utf8_lanes(const W& w, typename W::T a, typename W::T b, typename W::T c3) {
   b = W::and_(b, w.x3f);
@@ -294,9 +295,9 @@ struct W512 {
           xe0 = _mm512_set1_epi16(0xE0), xf0 = _mm512_set1_epi16(0xF0);
   static T and_(T a, T b) { return _mm512_and_si512(a, b); }
   static T or_(T a, T b) { return _mm512_or_si512(a, b); }
-  static T eq(T a, T b) { return _mm512_movm_epi16(_mm512_cmpeq_epi16_mask(a, b)); }
+  static __mmask32 eq(T a, T b) { return _mm512_cmpeq_epi16_mask(a, b); }
   static T slli(T a, int n) { return _mm512_slli_epi16(a, static_cast<unsigned>(n)); }
-  static T blend(T a, T b, T m) { return _mm512_mask_mov_epi16(a, _mm512_movepi16_mask(m), b); }
+  static T blend(T a, T b, __mmask32 m) { return _mm512_mask_mov_epi16(a, m, b); }
 };
 
 // AVX-512 (BW, VBMI2): 64-byte blocks, each half widened to one register of
