@@ -3,8 +3,6 @@
 // must be whole valid characters, decoded exactly, up to and including the
 // first newline at most.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <random>
@@ -14,6 +12,7 @@
 #include "common/cpu.h"
 #include "stream/line_kernels.h"
 #include "stream/utf8_stream_model.h"
+#include "support/page_end.h"
 
 namespace {
 
@@ -45,11 +44,8 @@ std::vector<uint8_t> random_bytes(std::mt19937& rng, int kind, std::size_t n) {
 }
 
 TEST(LineKernels, MatchTheStrictDecoderUpToAPageEnd) {
-  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  auto* map = static_cast<unsigned char*>(
-      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(map, MAP_FAILED);
-  ASSERT_EQ(mprotect(map + page, page, PROT_NONE), 0);
+  nuvtest::PageEnd pages;
+  ASSERT_TRUE(pages.ok());
   struct Kernel {
     const char* name;
     nuv::LineRun run;
@@ -67,8 +63,7 @@ TEST(LineKernels, MatchTheStrictDecoderUpToAPageEnd) {
       const std::size_t n = rng() % 400;
       const std::vector<uint8_t> bytes = random_bytes(rng, round % 3, n);
       const std::size_t gap = round % 4 ? rng() % 64 : 0;  // 0: the last byte is the page's last
-      unsigned char* start = map + page - gap - n;
-      std::copy(bytes.begin(), bytes.end(), start);
+      auto* start = reinterpret_cast<unsigned char*>(pages.place(bytes.data(), n, gap));
       std::vector<NUV_UTF16> out(n + 64, 0x5555);
       const std::size_t cap = round % 2 ? out.size() : rng() % out.size();
       nuv::CachedBytes in(owner);
@@ -95,7 +90,6 @@ TEST(LineKernels, MatchTheStrictDecoderUpToAPageEnd) {
     }
   }
   std::fclose(owner);
-  munmap(map, 2 * page);
 }
 
 }  // namespace

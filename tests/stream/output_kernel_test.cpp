@@ -22,6 +22,7 @@
 #include "nuvu16.h"
 #include "stream/output.h"
 #include "string/scan.h"
+#include "support/page_end.h"
 
 namespace {
 
@@ -137,35 +138,11 @@ TEST_F(Avx512Kernel, StopsBeforeASurrogateAtEveryPosition) {
   }
 }
 
-// Terminated text whose terminator is the last unit of a readable page.
-class PageEnd {
- public:
-  PageEnd() {
-    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    map_ = static_cast<char*>(mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    if (map_ != MAP_FAILED) mprotect(map_ + page_, page_, PROT_NONE);
-  }
-  ~PageEnd() {
-    if (map_ != MAP_FAILED) munmap(map_, 2 * page_);
-  }
-  bool ok() const { return map_ != MAP_FAILED; }
-  // The text and its terminator end `gap` bytes before the unreadable page.
-  const NUV_UTF16* place(const std::u16string& text, std::size_t gap) {
-    char* at = map_ + page_ - gap - 2 * (text.size() + 1);
-    std::memcpy(at, text.c_str(), 2 * (text.size() + 1));
-    return reinterpret_cast<const NUV_UTF16*>(at);
-  }
-
- private:
-  std::size_t page_;
-  char* map_;
-};
-
 // Every level's up-to-the-terminator kernel: what it encodes is exactly the
 // reference's encoding of that many units; it may leave units near a page
 // end or a full buffer to the caller, and nothing else.
 TEST(TextKernels, TerminatedTextMatchesReferenceUpToAPageEnd) {
-  PageEnd pages;
+  nuvtest::PageEnd pages;
   ASSERT_TRUE(pages.ok());
   int levels = 0;
   for (int level = nuv::kCpuScalar; level <= nuv::cpu().level; ++level) {
@@ -183,7 +160,8 @@ TEST(TextKernels, TerminatedTextMatchesReferenceUpToAPageEnd) {
       // 0: the terminator's last byte is the page's last; odd gaps too, and
       // texts well inside the page.
       const std::size_t gap = round % 4 ? round % 5 : 32 + rng() % 200;
-      const NUV_UTF16* src = pages.place(text, gap);
+      // The text and its terminator end `gap` bytes before the unreadable page.
+      const auto* src = reinterpret_cast<const NUV_UTF16*>(pages.place(text.c_str(), 2 * (n + 1), gap));
       const std::size_t cap = round % 2 ? 400 : rng() % 200;
       std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
       std::size_t bytes;

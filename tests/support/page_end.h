@@ -1,0 +1,38 @@
+// A readable page followed by one the process cannot read: bytes placed at
+// its end show that a kernel never loads past the end of its input.
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstring>
+
+namespace nuvtest {
+
+class PageEnd {
+ public:
+  PageEnd() {
+    page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    map_ = static_cast<char*>(mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (map_ != MAP_FAILED) mprotect(map_ + page_, page_, PROT_NONE);
+  }
+  ~PageEnd() {
+    if (map_ != MAP_FAILED) munmap(map_, 2 * page_);
+  }
+  PageEnd(const PageEnd&) = delete;
+  PageEnd& operator=(const PageEnd&) = delete;
+  bool ok() const { return map_ != MAP_FAILED; }
+  // n bytes copied so that they end `gap` bytes before the unreadable page.
+  char* place(const void* bytes, std::size_t n, std::size_t gap) {
+    char* at = map_ + page_ - gap - n;
+    if (n) std::memcpy(at, bytes, n);
+    return at;
+  }
+
+ private:
+  std::size_t page_;
+  char* map_;
+};
+
+}  // namespace nuvtest
