@@ -73,13 +73,6 @@ TEST(CpuLevel, DecidedFromTheFeatureWords) {
   }
 }
 
-TEST(CpuLevel, NamesRoundTrip) {
-  for (int level = nuv::kCpuScalar; level <= nuv::kCpuAvx512; ++level)
-    EXPECT_EQ(nuv::cpu_level_named(nuv::cpu_level_name(level)), level);
-  EXPECT_EQ(nuv::cpu_level_named(nullptr), -1);
-  EXPECT_EQ(nuv::cpu_level_named("avx"), -1);
-}
-
 // The per-level runs of the test suite set NUV_CPU; the library must run at
 // that level (or the machine's own, when lower).
 TEST(CpuLevel, ThisProcessFollowsNuvCpu) {

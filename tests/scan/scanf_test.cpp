@@ -294,11 +294,7 @@ TEST(Fscanf, ReadsUtf8AndLeavesTheStopUnit) {
 // one call per line, against glibc fscanf on the same bytes: the values,
 // the counts, and where each call leaves the stream.
 TEST(Fscanf, LongIntegersAgreeWithGlibcLineByLine) {
-  struct Fmt {
-    const char16_t* ours;
-    const char* theirs;
-    const char* digits;
-  };
+  struct Fmt { const char16_t* ours; const char* theirs; const char* digits; };
   const Fmt fmts[] = {{u"%lld%n", "%lld%n", "0123456789"},     {u"%llu%n", "%llu%n", "0123456789"},
                       {u"%llx%n", "%llx%n", "0123456789abcdef"}, {u"%llo%n", "%llo%n", "01234567"},
                       {u"%lli%n", "%lli%n", "0123456789abcdef"}, {u"%d%n", "%d%n", "0123456789"},

@@ -46,11 +46,7 @@ std::vector<uint8_t> random_bytes(std::mt19937& rng, int kind, std::size_t n) {
 TEST(LineKernels, MatchTheStrictDecoderUpToAPageEnd) {
   nuvtest::PageEnd pages;
   ASSERT_TRUE(pages.ok());
-  struct Kernel {
-    const char* name;
-    nuv::LineRun run;
-    bool have;
-  };
+  struct Kernel { const char* name; nuv::LineRun run; bool have; };
   const Kernel kernels[] = {{"ssse3", nuv::line_run_ssse3, nuv::cpu_has_ssse3()},
                             {"avx2", nuv::line_run_avx2, nuv::cpu_has_avx2()},
                             {"avx512", nuv::line_run_avx512, nuv::cpu_has_avx512_vbmi2()}};

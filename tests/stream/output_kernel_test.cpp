@@ -5,8 +5,6 @@
 // (which encodes up to the terminator in one pass) against the reference
 // writer, also on streams that fail part-way.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
