@@ -89,8 +89,8 @@ void fgets_ours_kernel(benchmark::State& st, int kernel) {
   nuv::use_fgets_kernel_for_tests(-1);
 }
 void fgets_ours_avx2(benchmark::State& st) { fgets_ours_kernel(st, 3); }
-void fgets_ours_ssse3(benchmark::State& st) { fgets_ours_kernel(st, 1); }
-void fgets_ours_sse2(benchmark::State& st) { fgets_ours_kernel(st, 0); }
+void fgets_ours_ssse3(benchmark::State& st) { fgets_ours_kernel(st, 2); }
+void fgets_ours_sse2(benchmark::State& st) { fgets_ours_kernel(st, 1); }
 
 void fgets_glibc_fgetws(benchmark::State& st) {
   std::setlocale(LC_ALL, "C.UTF-8");

@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
   u16_trace_level = 0;
   const int cap = 1 + data[0] % 70;  // small capacities reach every edge of the vector path
-  nuv::use_fgets_kernel_for_tests(data[0] / 70 % 4);  // each block path this CPU has
+  nuv::use_fgets_kernel_for_tests(data[0] / 70 % 5);  // each block path this CPU has
   ++data;
   --size;
   FILE* fast = open_bytes(data, size);

@@ -25,10 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   buf[offset + n] = 0;
   const char16_t* s = buf.data() + offset;
 
-  const nuv::ScanKernels* variants[3] = {&nuv::kScanSse2, nuv::cpu_has_avx2() ? &nuv::kScanAvx2 : &nuv::kScanSse2,
-                                         nuv::cpu_has_avx512bw() ? &nuv::kScanAvx512 : &nuv::kScanSse2};
-  for (const auto* k : variants) {
+  for (int level = nuv::kCpuSse2; level <= nuv::cpu().level; ++level) {
+    const nuv::ScanKernels* k = nuv::scan_kernels_for(level);
     if (k->strlen(s) != nuv::strlen_ref(s)) abort();
+    if (k->strchrnul(s, needle) != nuv::strchrnul_ref(s, needle)) abort();
     if (max && k->strnlen(s, max) != nuv::strnlen_ref(s, max)) abort();
     if (k->strchr(s, needle) != nuv::strchr_ref(s, needle)) abort();
     if (k->memchr(s, needle, n) != nuv::memchr_ref(s, needle, n)) abort();

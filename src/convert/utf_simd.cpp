@@ -5,7 +5,7 @@
 
 #include <atomic>
 
-#include "string/scan.h"
+#include "common/cpu.h"
 
 namespace nuv::rscp {
 
@@ -45,9 +45,11 @@ void ascii16_to_8_sse2(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp,
   *sp = s, *dp = d;
 }
 
+// Null at the scalar level: the base routines alone.
 const UtfKernels* choose() {
   if (cpu_has_avx512_vbmi2()) return &kUtfAvx512;
-  return cpu_has_avx2() ? &kUtfAvx2 : &kUtfSse2;
+  if (nuv::cpu_has_avx2()) return &kUtfAvx2;
+  return nuv::cpu_has_sse2() ? &kUtfSse2 : nullptr;
 }
 
 std::atomic<const UtfKernels*> g_override{nullptr};
@@ -57,11 +59,7 @@ std::atomic<bool> g_overridden{false};
 
 const UtfKernels kUtfSse2{"sse2", ascii8_to_16_sse2, ascii16_to_8_sse2};
 
-bool cpu_has_avx512_vbmi2() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-         __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
-}
+bool cpu_has_avx512_vbmi2() { return nuv::cpu_has_avx512_vbmi2(); }
 
 const UtfKernels* best_utf_kernels() {
   static const UtfKernels* const k = choose();

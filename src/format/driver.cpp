@@ -1,7 +1,5 @@
 // The format driver: literal runs are copied as they stand, each directive
 // is parsed, converted and written; then the buffer is terminated.
-#include <emmintrin.h>
-
 #include <cerrno>
 
 #include "common/nuv_internal.h"
@@ -61,15 +59,6 @@ int OutputStream_writeNullTermination(OutputStream* s, int error, int strict) {
 
 namespace nuv {
 
-// Chosen when the library is loaded; false (SSE2) until then.
-const bool g_literal_avx2 = cpu_has_avx2();
-
-// May read past the terminator inside its aligned block.
-NUV_NO_ASAN inline __m128i directive_hits(const NUV_UTF16* q, __m128i pct, __m128i zero) {
-  const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(q));
-  return _mm_or_si128(_mm_cmpeq_epi16(v, pct), _mm_cmpeq_epi16(v, zero));
-}
-
 const NUV_UTF16* find_directive_ref(const NUV_UTF16* p) {
   while (unit_at(p) != '%' && unit_at(p) != 0) ++p;
   return p;
@@ -82,34 +71,7 @@ const NUV_UTF16* find_directive(const NUV_UTF16* p) {
     if (u == '%' || u == 0) return p;
   }
   if (reinterpret_cast<std::uintptr_t>(p) & 1) return find_directive_ref(p);
-  return g_literal_avx2 ? find_directive_avx2(p) : find_directive_sse2(p);
-}
-
-// Whole aligned 16-byte blocks: a block never crosses a page, but it may
-// read past the terminator inside its own block.
-NUV_NO_ASAN const NUV_UTF16* find_directive_sse2(const NUV_UTF16* p) {
-  while (reinterpret_cast<std::uintptr_t>(p) & 15) {
-    if (*p == '%' || *p == 0) return p;
-    ++p;
-  }
-  const __m128i pct = _mm_set1_epi16('%');
-  const __m128i zero = _mm_setzero_si128();
-  // Single blocks up to a 64-byte boundary, then four blocks per test (a
-  // 64-byte aligned group never crosses a page either).
-  for (; reinterpret_cast<std::uintptr_t>(p) & 63; p += 8) {
-    const int m = _mm_movemask_epi8(directive_hits(p, pct, zero));
-    if (m) return p + (__builtin_ctz(static_cast<unsigned>(m)) >> 1);
-  }
-  for (;; p += 32) {
-    const __m128i a = directive_hits(p, pct, zero), b = directive_hits(p + 8, pct, zero);
-    const __m128i c = directive_hits(p + 16, pct, zero), d = directive_hits(p + 24, pct, zero);
-    if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) continue;
-    const __m128i blocks[4] = {a, b, c, d};
-    for (int i = 0;; ++i) {
-      const int m = _mm_movemask_epi8(blocks[i]);
-      if (m) return p + 8 * i + (__builtin_ctz(static_cast<unsigned>(m)) >> 1);
-    }
-  }
+  return scan_kernels().strchrnul(p, u'%');
 }
 
 }  // namespace nuv

@@ -137,7 +137,4 @@ namespace nuv {
 // The next '%' or the terminating NUL of a format, and its plain reference.
 const NUV_UTF16* find_directive(const NUV_UTF16* p);
 const NUV_UTF16* find_directive_ref(const NUV_UTF16* p);
-// The kernels behind it, for even addresses (AVX2 only after the CPU check).
-const NUV_UTF16* find_directive_sse2(const NUV_UTF16* p);
-const NUV_UTF16* find_directive_avx2(const NUV_UTF16* p);
 }  // namespace nuv

@@ -62,12 +62,21 @@ inline int width_limit(const InputConversion* c) {
   return w > 0 ? w : INT_MAX;  // no width, and width 0, mean no limit
 }
 
-inline unsigned digit_value(int32_t u) {
-  if (u >= '0' && u <= '9') return static_cast<unsigned>(u - '0');
-  if (u >= 'a' && u <= 'z') return static_cast<unsigned>(u - 'a' + 10);
-  if (u >= 'A' && u <= 'Z') return static_cast<unsigned>(u - 'A' + 10);
-  return 99;
-}
+// Digits and letters of bases up to 36; 99 for anything else.  A table: the
+// end of a number is a unit of any kind, so range tests would mispredict.
+struct DigitTable {
+  unsigned char v[128];
+  constexpr DigitTable() : v() {
+    for (int u = 0; u < 128; ++u)
+      v[u] = u >= '0' && u <= '9'   ? u - '0'
+             : u >= 'a' && u <= 'z' ? u - 'a' + 10
+             : u >= 'A' && u <= 'Z' ? u - 'A' + 10
+                                    : 99;
+  }
+};
+constexpr DigitTable kDigits;
+
+inline unsigned digit_value(int32_t u) { return static_cast<std::uint32_t>(u) < 128 ? kDigits.v[u] : 99; }
 
 inline int32_t lower(int32_t u) { return u >= 'A' && u <= 'Z' ? u + 32 : u; }
 
@@ -109,6 +118,18 @@ Step match_word(InputStream* s, const char* rest, int* budget) {
     }
   }
   return Step::Done;
+}
+
+// A sign and at most 15 digits (all below base) cannot overflow 64 bits, so
+// strtol and strtoul would give exactly this; longer texts go to them.
+bool short_integer(const char* t, std::size_t len, int base, std::uint64_t* v) {
+  const bool neg = *t == '-';
+  if (*t == '+' || *t == '-') ++t, --len;
+  if (len == 0 || len > 15) return false;
+  std::uint64_t acc = 0;
+  for (; *t; ++t) acc = acc * static_cast<unsigned>(base) + digit_value(static_cast<unsigned char>(*t));
+  *v = neg ? 0 - acc : acc;
+  return true;
 }
 
 Step getNumber(InputStream* s, const InputConversion* conv, void* dest, int32_t c, bool is_signed, int base) {
@@ -159,8 +180,13 @@ Step getNumber(InputStream* s, const InputConversion* conv, void* dest, int32_t 
   }
   if (more) unread(s, c);  // the unit that ended the number
   const char* narrow = text.c_str();
+  std::uint64_t v;
+  if (short_integer(narrow, text.len, base, &v)) {
+    if (dest) store_integer(dest, getLengthType(conv), v);
+    return Step::Done;
+  }
   char* end;
-  std::uint64_t v = is_signed ? static_cast<std::uint64_t>(std::strtol(narrow, &end, base))
+  v = is_signed ? static_cast<std::uint64_t>(std::strtol(narrow, &end, base))
                               : static_cast<std::uint64_t>(std::strtoul(narrow, &end, base));
   if (end == narrow) return Step::Mismatch;
   if (dest) store_integer(dest, getLengthType(conv), v);

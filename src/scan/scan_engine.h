@@ -17,6 +17,11 @@ inline constexpr int kUnknownDirectiveLine = 104;
 
 // ---- input source ------------------------------------------------------------
 
+namespace nuv {
+// fgetcU16 for a caller that holds the stream lock for its whole call.
+int fgetc_u16_held(FILE* stream);
+}  // namespace nuv
+
 inline constexpr int32_t kNoPushBack = -2;
 
 struct InputStream {
@@ -38,7 +43,12 @@ inline int32_t InputStream_readSingleChar(InputStream* s, int32_t* unit) {
     if (c != kNoPushBack) {
       s->pushBack = kNoPushBack;
     } else {
-      c = fgetcU16(s->file);
+      FILE* f = s->file;
+      // ASCII straight from the buffer; the rest through the decoder.
+      if (f->_IO_read_ptr < f->_IO_read_end && static_cast<unsigned char>(*f->_IO_read_ptr) < 0x80)
+        c = static_cast<unsigned char>(*f->_IO_read_ptr++);
+      else
+        c = nuv::fgetc_u16_held(f);
       if (c < 0) {
         s->endOfInput = 1;
         *unit = c;
@@ -67,9 +77,16 @@ inline int32_t InputStream_readSingleChar(InputStream* s, int32_t* unit) {
 inline void InputStream_unreadSingleChar(InputStream* s, const int32_t* unit) {
   if (s->endOfInput) return;
   if (s->file) {
-    if (*unit < 0x80)
-      ungetc(*unit, s->file);
-    else
+    FILE* f = s->file;
+    if (*unit < 0x80) {
+      // The byte just read goes back the way ungetc takes it back.
+      if (f->_IO_read_ptr > f->_IO_read_base && f->_IO_read_ptr[-1] == static_cast<char>(*unit)) {
+        --f->_IO_read_ptr;
+        f->_flags &= ~_IO_EOF_SEEN;
+      } else {
+        ungetc(*unit, f);
+      }
+    } else
       s->pushBack = *unit;
   } else {
     --s->text;

@@ -45,9 +45,30 @@ void fgetc_throttle(FILE* f, const unsigned char* rec) {
   }
 }
 
+// A character beyond the BMP cannot be one unit and no state is kept for a
+// second call: it becomes U+FFFD and is reported like bad input.
+int finish_fgetc(FILE* stream, std::int32_t c, int status, unsigned char* rec) {
+  bool dropped = false;
+  if (c > 0xFFFF) {
+    nuv::record_of(c, rec);
+    c = 0xFFFD;
+    dropped = true;
+  }
+  if ((status == nuv::kBadUtf8Status || dropped) && nuv::load_relaxed(u16_trace_level) != 0)
+    fgetc_throttle(stream, rec);
+  return c;
+}
+
 }  // namespace
 
 namespace nuv {
+
+int fgetc_u16_held(FILE* stream) {
+  unsigned char rec[5];
+  int status;
+  const std::int32_t c = getc_unlockedU16_errno(stream, rec, &status);
+  return finish_fgetc(stream, c, status, rec);
+}
 
 FgetcThrottle fgetc_throttle_state() {
   return {g_fgetc_errors.load(std::memory_order_relaxed), g_last_fgetc_error.load(std::memory_order_relaxed)};
@@ -84,16 +105,7 @@ NUV_API int fgetcU16(FILE* stream) {
     nuv::StreamLock lock(stream);
     c = getc_unlockedU16_errno(stream, rec, &status);
   }
-  bool dropped = false;
-  if (c > 0xFFFF) {
-    // One unit cannot hold it and no state is kept for a second call.
-    nuv::record_of(c, rec);
-    c = 0xFFFD;
-    dropped = true;
-  }
-  if ((status == nuv::kBadUtf8Status || dropped) && nuv::load_relaxed(u16_trace_level) != 0)
-    fgetc_throttle(stream, rec);
-  return c;
+  return finish_fgetc(stream, c, status, rec);
 }
 
 NUV_API size_t freadU16(NUV_UTF16* buffer, size_t size, size_t count, FILE* stream) {

@@ -119,17 +119,27 @@ std::size_t encode_units_fit_sse2(const NUV_UTF16* src, std::size_t n, char* dst
   return i;
 }
 
-// Chosen when the library is loaded; false (SSE2) until then.
-const bool g_encode_avx2 = cpu_has_avx2();
-const bool g_encode_avx512 = rscp::cpu_has_avx512_vbmi2();
+// Chosen when the library is loaded; SSE2 until then.
+const bool g_encode_avx512 = cpu_has_avx512_vbmi2();
+const EncodeFit g_encode_fit = encode_fit_for(cpu().level);
+const EncodeText g_encode_text = encode_text_for(cpu().level);
+
+EncodeText encode_text_for(int level) {
+  if (level >= kCpuAvx512 && cpu_has_avx512_vbmi2()) return encode_text_fit_avx512;
+  return level >= kCpuAvx2 && cpu_has_avx2() ? encode_text_fit_avx2 : nullptr;
+}
 
 bool encode_uses_avx512() { return g_encode_avx512; }
 
+EncodeFit encode_fit_for(int level) {
+  if (level >= kCpuAvx512 && cpu_has_avx512_vbmi2()) return encode_units_fit_avx512;
+  if (level >= kCpuAvx2 && cpu_has_avx2()) return encode_units_fit_avx2;
+  return level >= kCpuSse2 ? encode_units_fit_sse2 : encode_units_fit_ref;
+}
+
 std::size_t encode_units_fit(const NUV_UTF16* src, std::size_t n, char* dst, std::size_t cap, std::size_t* bytes,
                              bool* hit_surrogate) {
-  if (g_encode_avx512) return encode_units_fit_avx512(src, n, dst, cap, bytes, hit_surrogate);
-  return g_encode_avx2 ? encode_units_fit_avx2(src, n, dst, cap, bytes, hit_surrogate)
-                       : encode_units_fit_sse2(src, n, dst, cap, bytes, hit_surrogate);
+  return g_encode_fit(src, n, dst, cap, bytes, hit_surrogate);
 }
 
 std::size_t fwrite_units_ref(const NUV_UTF16* units, std::size_t size, std::size_t count, FILE* stream,
@@ -268,14 +278,14 @@ namespace {
 // Text written as one block; the byte count, or -1 on a failed write.
 long put_text_unlocked(const NUV_UTF16* text, FILE* stream) {
   std::uint64_t done = 0;
-  if (nuv::g_encode_avx512) {
+  if (nuv::g_encode_text) {
     // Lines usually fit the buffer whole: encode up to the terminator in one
     // pass, and leave only what stopped it (a surrogate, a full buffer) to
     // the block writer.
     const std::size_t room = room_of(stream);
     if (room) {
       std::size_t nb;
-      text += nuv::encode_text_fit_avx512(text, stream->_IO_write_ptr, room, &nb);
+      text += nuv::g_encode_text(text, stream->_IO_write_ptr, room, &nb);
       stream->_IO_write_ptr += nb;
       done = nb;
       if (nuv::unit_at(text) == 0) return static_cast<long>(done);

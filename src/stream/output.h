@@ -42,10 +42,18 @@ std::size_t encode_units_fit_ref(const NUV_UTF16* src, std::size_t n, char* dst,
                                  std::size_t* bytes, bool* hit_surrogate);
 
 // The units of the terminated text src, encoded as encode_units_fit does,
-// up to the terminator (AVX-512 with VBMI2 only).  Returns the units
+// up to the terminator.  Returns the units
 // consumed: it stops at the terminator, before a surrogate, before a unit
 // that does not fit, and possibly before a unit that crosses a page end.
 std::size_t encode_text_fit_avx512(const NUV_UTF16* src, char* dst, std::size_t cap, std::size_t* bytes);
+// The same with AVX2; it also stops before the last 16 units of a page.
+std::size_t encode_text_fit_avx2(const NUV_UTF16* src, char* dst, std::size_t cap, std::size_t* bytes);
+using EncodeText = std::size_t (*)(const NUV_UTF16*, char*, std::size_t, std::size_t*);
+// The one for a CPU level, or null (the counted kernel after strlen).
+EncodeText encode_text_for(int level);
+using EncodeFit = std::size_t (*)(const NUV_UTF16*, std::size_t, char*, std::size_t, std::size_t*, bool*);
+// The kernel for a CPU level (cpu.h), at most the machine's own.
+EncodeFit encode_fit_for(int level);
 // Whether the AVX-512 kernels are in use (chosen when the library is loaded).
 bool encode_uses_avx512();
 

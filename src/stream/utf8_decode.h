@@ -129,8 +129,9 @@ struct FgetcThrottle {
   std::int64_t last_error;   // last_fgetcU_error, seconds
 };
 FgetcThrottle fgetc_throttle_state();
-// Test hook: 0 SSE2, 1 SSSE3, 2 AVX-512, 3 AVX2 block path for fgetsU16,
-// anything else the automatic choice; false when the CPU lacks it.
+// Test hook: the block path of fgetsU16, 0 none (scalar), 1 SSE2, 2 SSSE3,
+// 3 AVX2, 4 AVX-512 VBMI2; negative: the automatic choice.  False when the
+// CPU (at its NUV_CPU level) lacks it.
 bool use_fgets_kernel_for_tests(int kernel);
 void set_fgetc_throttle_state(FgetcThrottle s);
 

@@ -13,24 +13,16 @@ inline bool maybe_zero_unit(std::uint64_t w) { return (((w + kMagic) ^ ~w) & kHi
 
 }  // namespace
 
+const ScanKernels kScanScalar = {strlen_ref, strnlen_ref, strchr_ref, strchrnul_ref, memchr_ref, memcmp_ref};
+
+const ScanKernels* scan_kernels_for(int level) {
+  static const ScanKernels* const by_level[] = {&kScanScalar, &kScanSse2, &kScanAvx2, &kScanAvx512};
+  return by_level[level < 0 ? 0 : level > kCpuAvx512 ? kCpuAvx512 : level];
+}
+
 const ScanKernels* g_scan = &kScanSse2;
 
-__attribute__((constructor)) static void choose_scan_kernels() {
-  if (cpu_has_avx512bw())
-    g_scan = &kScanAvx512;
-  else if (cpu_has_avx2())
-    g_scan = &kScanAvx2;
-}
-
-bool cpu_has_avx2() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2");
-}
-
-bool cpu_has_avx512bw() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl");
-}
+__attribute__((constructor)) static void choose_scan_kernels() { g_scan = scan_kernels_for(cpu().level); }
 
 // Singles until the address is a multiple of 8, then whole aligned words; a
 // word never crosses an 8-byte boundary, so reading past the terminator

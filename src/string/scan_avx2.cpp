@@ -3,6 +3,6 @@
 #include "string/scan_kernels.h"
 
 namespace nuv {
-const ScanKernels kScanAvx2 = {k_strlen<V256>, k_strnlen<V256>, k_strchr<V256>, k_memchr<V256>,
+const ScanKernels kScanAvx2 = {k_strlen<V256>, k_strnlen<V256>, k_strchr<V256>, k_strchrnul<V256>, k_memchr<V256>,
                                k_memcmp<V256>};
 }

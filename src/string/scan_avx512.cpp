@@ -3,6 +3,6 @@
 #include "string/scan_kernels.h"
 
 namespace nuv {
-const ScanKernels kScanAvx512 = {k_strlen<V512>, k_strnlen<V512>, k_strchr<V512>, k_memchr<V512>,
+const ScanKernels kScanAvx512 = {k_strlen<V512>, k_strnlen<V512>, k_strchr<V512>, k_strchrnul<V512>, k_memchr<V512>,
                                  k_memcmp<V512>};
 }

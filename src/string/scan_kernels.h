@@ -94,6 +94,12 @@ const char16_t* k_strchr(const char16_t* s, char16_t c) {
   return *q == c ? q : nullptr;
 }
 
+template <class V>
+const char16_t* k_strchrnul(const char16_t* s, char16_t c) {
+  const auto a = reinterpret_cast<std::uintptr_t>(s);
+  return reinterpret_cast<const char16_t*>(find_stop<V, true>(a, V::set1(c)));
+}
+
 // max > 0.  Loads stay within aligned blocks that overlap [s, s + max).
 template <class V>
 NUV_NO_ASAN std::size_t k_strnlen(const char16_t* s, std::size_t max) {

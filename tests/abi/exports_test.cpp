@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -95,6 +96,46 @@ TEST(Exports, NeedsOnlyTheCLibrary) {
   }
   pclose(p);
   EXPECT_GT(needed, 0);
+}
+
+}  // namespace
+
+namespace {
+
+std::vector<std::string> command_lines(const std::string& cmd) {
+  std::vector<std::string> lines;
+  FILE* p = popen(cmd.c_str(), "r");
+  if (!p) return lines;
+  char line[1024];
+  while (std::fgets(line, sizeof line, p)) lines.emplace_back(line);
+  pclose(p);
+  return lines;
+}
+
+// Calls between the library's own exported functions (scanf reading through
+// fgetcU16, printf writing through the stream writer) bind inside the
+// library: none may go through a PLT slot or a GOT entry that an
+// interposing definition could take over.
+TEST(Exports, OwnFunctionsBindDirectly) {
+  std::set<std::string> functions;
+  for (const auto& l : command_lines("nm -D --defined-only '" NUV_SHARED_LIB "'")) {
+    std::istringstream ls(l);
+    std::string addr, type, name;
+    ls >> addr >> type >> name;
+    if (type == "T" || type == "W" || type == "i") functions.insert(name);
+  }
+  ASSERT_TRUE(functions.count("fgetcU16"));
+  int relocations = 0;
+  for (const auto& l : command_lines("readelf -rW '" NUV_SHARED_LIB "'")) {
+    if (l.find("R_X86_64_JUMP_SLOT") == std::string::npos && l.find("R_X86_64_GLOB_DAT") == std::string::npos)
+      continue;
+    ++relocations;
+    std::istringstream ls(l);
+    std::string offset, info, type, value, name;
+    ls >> offset >> info >> type >> value >> name;
+    EXPECT_FALSE(functions.count(name)) << "bound through the dynamic linker: " << name;
+  }
+  EXPECT_GT(relocations, 0);  // the C library's functions still come that way
 }
 
 }  // namespace

@@ -100,7 +100,7 @@ struct EachKernel {
   ~EachKernel() { nuv::use_fgets_kernel_for_tests(-1); }
   template <class F>
   void run(F f) {
-    for (int k = 0; k <= 3; ++k)
+    for (int k = 0; k <= 4; ++k)
       if (nuv::use_fgets_kernel_for_tests(k)) f(k);
   }
 };

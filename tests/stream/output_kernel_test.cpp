@@ -6,10 +6,6 @@
 // writer, also on streams that fail part-way.
 #include <gtest/gtest.h>
 
-#include "support/page_end.h"
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +19,8 @@
 #include "convert/utf16_bmp_avx512.h"
 #include "nuvu16.h"
 #include "stream/output.h"
+#include "string/scan.h"
+#include "support/page_end.h"
 
 namespace {
 
@@ -138,35 +136,49 @@ TEST_F(Avx512Kernel, StopsBeforeASurrogateAtEveryPosition) {
   }
 }
 
-
-TEST_F(Avx512Kernel, TerminatedTextMatchesReferenceUpToAPageEnd) {
+// Every level's up-to-the-terminator kernel: what it encodes is exactly the
+// reference's encoding of that many units; it may leave units near a page
+// end or a full buffer to the caller, and nothing else.
+TEST(TextKernels, TerminatedTextMatchesReferenceUpToAPageEnd) {
   nuvtest::PageEnd pages;
   ASSERT_TRUE(pages.ok());
-  std::mt19937 rng(88);
-  for (int round = 0; round < 4000; ++round) {
-    const std::size_t n = rng() % 90;
-    std::u16string text;
-    for (std::size_t i = 0; i < n; ++i) {
-      char16_t u = random_unit(rng, round % 3 == 0);
-      text.push_back(u ? u : u'x');  // no terminator inside
-    }
-    const std::size_t gap = round % 5;  // 0: the terminator's last byte is the page's last; odd gaps too
-    const NUV_UTF16* src = pages.place(text, gap);
-    const std::size_t cap = round % 2 ? 400 : rng() % 200;
-    std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
-    std::size_t bytes;
-    const std::size_t k = nuv::encode_text_fit_avx512(src, d.get(), cap, &bytes);
-    const Result want = run_ref(src, n, cap);
-    const std::string where = "round " + std::to_string(round) + " n " + std::to_string(n);
-    if (reinterpret_cast<std::uintptr_t>(src) % 2 == 0) {
-      ASSERT_EQ(k, want.units) << where;
-    } else {
-      // A unit across a page boundary may be left to the caller.
+  int levels = 0;
+  for (int level = nuv::kCpuScalar; level <= nuv::cpu().level; ++level) {
+    const nuv::EncodeText kernel = nuv::encode_text_for(level);
+    if (!kernel) continue;
+    ++levels;
+    std::mt19937 rng(88);
+    for (int round = 0; round < 4000; ++round) {
+      const std::size_t n = rng() % 90;
+      std::u16string text;
+      for (std::size_t i = 0; i < n; ++i) {
+        char16_t u = random_unit(rng, round % 3 == 0);
+        text.push_back(u ? u : u'x');  // no terminator inside
+      }
+      // 0: the terminator's last byte is the page's last; odd gaps too, and
+      // texts well inside the page.
+      const std::size_t gap = round % 4 ? round % 5 : 32 + rng() % 200;
+      // The text and its terminator end `gap` bytes before the unreadable page.
+      const auto* src = reinterpret_cast<const NUV_UTF16*>(pages.place(text.c_str(), 2 * (n + 1), gap));
+      const std::size_t cap = round % 2 ? 400 : rng() % 200;
+      std::unique_ptr<char[]> d(new char[cap ? cap : 1]);
+      std::size_t bytes;
+      const std::size_t k = kernel(src, d.get(), cap, &bytes);
+      const Result want = run_ref(src, n, cap);
+      const std::string where =
+          "level " + std::to_string(level) + " round " + std::to_string(round) + " n " + std::to_string(n);
       ASSERT_LE(k, want.units) << where;
+      const Result part = run_ref(src, k, cap);
+      ASSERT_EQ(bytes, part.bytes) << where;
+      ASSERT_EQ(std::string(d.get(), bytes), part.out) << where;
+      // Far from the page end and with room for every unit, it must go to
+      // the end (an odd start may still leave a unit across the page end).
+      const bool room = cap >= 3 * n + 64;
+      if (room && gap >= 32 + 2 * 16 && reinterpret_cast<std::uintptr_t>(src) % 2 == 0)
+        ASSERT_EQ(k, want.units) << where;
     }
-    ASSERT_EQ(std::string(d.get(), bytes), want.out.substr(0, bytes)) << where;
-    if (k == want.units) ASSERT_EQ(bytes, want.bytes) << where;
   }
+  if (nuv::cpu_has_avx2()) EXPECT_GT(levels, 0);
 }
 
 // fputsU16 against the reference writer given strlenU16 units.

@@ -202,14 +202,13 @@ TEST(StreamOutput, KernelMatchesReferenceAtEveryAlignmentAndCapacity) {
     std::size_t b2;
     bool s2;
     const std::size_t k2 = nuv::encode_units_fit_ref(src, n, d2.data(), cap, &b2, &s2);
-    for (int variant = 0; variant < 3; ++variant) {
-      if (variant == 2 && !nuv::cpu_has_avx2()) continue;
+    // -1: the kernel in use; then each level this machine has.
+    for (int variant = -1; variant <= nuv::cpu().level; ++variant) {
       std::vector<char> d1(cap + 1, 0x55);
       std::size_t b1;
       bool s1;
-      const std::size_t k1 = variant == 0   ? nuv::encode_units_fit(src, n, d1.data(), cap, &b1, &s1)
-                             : variant == 1 ? nuv::encode_units_fit_sse2(src, n, d1.data(), cap, &b1, &s1)
-                                            : nuv::encode_units_fit_avx2(src, n, d1.data(), cap, &b1, &s1);
+      const nuv::EncodeFit fit = variant < 0 ? nuv::encode_units_fit : nuv::encode_fit_for(variant);
+      const std::size_t k1 = fit(src, n, d1.data(), cap, &b1, &s1);
       ASSERT_EQ(k1, k2) << round << " variant " << variant;
       ASSERT_EQ(b1, b2);
       ASSERT_EQ(s1, s2);

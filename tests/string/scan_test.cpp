@@ -19,9 +19,9 @@ struct Variant {
 };
 
 std::vector<Variant> variants() {
-  std::vector<Variant> v{{"sse2", &nuv::kScanSse2}};
-  if (nuv::cpu_has_avx2()) v.push_back({"avx2", &nuv::kScanAvx2});
-  if (nuv::cpu_has_avx512bw()) v.push_back({"avx512", &nuv::kScanAvx512});
+  std::vector<Variant> v;
+  for (int level = nuv::kCpuScalar; level <= nuv::cpu().level; ++level)
+    v.push_back({nuv::cpu_level_name(level), nuv::scan_kernels_for(level)});
   return v;
 }
 
@@ -64,6 +64,7 @@ TEST_P(ScanKernel, StrchrFindsFirstUnitOrTerminator) {
       buf[start + len] = 0;
       for (char16_t c : {u'\0', char16_t(0x100), char16_t(0x106), char16_t(0x107)}) {
         ASSERT_EQ(k->strchr(buf + start, c), nuv::strchr_ref(buf + start, c)) << start << " " << len << " " << int(c);
+        ASSERT_EQ(k->strchrnul(buf + start, c), nuv::strchrnul_ref(buf + start, c)) << start << " " << len;
       }
     }
 }
@@ -100,6 +101,7 @@ TEST_P(ScanKernel, NeverReadsIntoTheNextPage) {
     EXPECT_EQ(k->strlen(units + start), n - 1 - start);
     EXPECT_EQ(k->strnlen(units + start, 1000000), n - 1 - start);
     EXPECT_EQ(k->strchr(units + start, u'y'), nullptr);
+    EXPECT_EQ(k->strchrnul(units + start, u'y'), units + n - 1);
     EXPECT_EQ(k->memchr(units + start, u'y', n - start), nullptr);
   }
   munmap(mem, 2 * page);

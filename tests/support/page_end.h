@@ -1,10 +1,11 @@
-// Text placed so that it ends right before an unreadable page: a read past
-// its end faults, so vector paths that stop early are proven to stop.
+// A readable page followed by one the process cannot read: bytes placed at
+// its end show that a kernel never loads past the end of its input.
 #pragma once
 
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstring>
 #include <string>
 
@@ -12,7 +13,6 @@
 
 namespace nuvtest {
 
-// Terminated text whose terminator is the last unit of a readable page.
 class PageEnd {
  public:
   PageEnd() {
@@ -23,19 +23,20 @@ class PageEnd {
   ~PageEnd() {
     if (map_ != MAP_FAILED) munmap(map_, 2 * page_);
   }
+  PageEnd(const PageEnd&) = delete;
+  PageEnd& operator=(const PageEnd&) = delete;
   bool ok() const { return map_ != MAP_FAILED; }
-  // The text and its terminator end `gap` bytes before the unreadable page.
-  const NUV_UTF16* place(const std::u16string& text, std::size_t gap) {
-    char* at = map_ + page_ - gap - 2 * (text.size() + 1);
-    std::memcpy(at, text.c_str(), 2 * (text.size() + 1));
-    return reinterpret_cast<const NUV_UTF16*>(at);
-  }
-  // The same for bytes and their terminator.
-  const char* place_bytes(const std::string& text, std::size_t gap) {
-    char* at = map_ + page_ - gap - (text.size() + 1);
-    std::memcpy(at, text.c_str(), text.size() + 1);
+  // n bytes copied so that they end `gap` bytes before the unreadable page.
+  char* place(const void* bytes, std::size_t n, std::size_t gap) {
+    char* at = map_ + page_ - gap - n;
+    if (n) std::memcpy(at, bytes, n);
     return at;
   }
+  // Terminated text whose terminator ends `gap` bytes before the page.
+  const NUV_UTF16* place(const std::u16string& text, std::size_t gap) {
+    return reinterpret_cast<const NUV_UTF16*>(place(text.c_str(), 2 * (text.size() + 1), gap));
+  }
+  const char* place_bytes(const std::string& text, std::size_t gap) { return place(text.c_str(), text.size() + 1, gap); }
 
  private:
   std::size_t page_;
