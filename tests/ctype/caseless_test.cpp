@@ -3,7 +3,6 @@
 // functions as a peer, the edge cases, and the narrow forms against glibc.
 #include <gtest/gtest.h>
 #include <strings.h>
-#include <sys/mman.h>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 #include <unicode/stringoptions.h>
@@ -13,11 +12,14 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ctype/caseless.h"
 #include "ctype/icu_loader.h"
 #include "nuvu16.h"
+#include "support/page_end.h"
+#include "support/scoped.h"
 
 namespace {
 
@@ -165,96 +167,69 @@ TEST_P(AgainstReference, EveryLatin1UnitInEveryLane) {
 }
 
 // Strings that end at the last unit of a readable page: the fast paths must
-// not touch the next one (it is mapped without access).
-TEST(Caseless, StringsEndingAtAPageEdge) {
+// not touch the next one; the same pointer or a zero count reads nothing.
+TEST(Caseless, PageEdgesSamePointerAndZeroCount) {
   UseMapping use(Mapping::kIcu);
-  const long page = sysconf(_SC_PAGESIZE);
-  char* mem = static_cast<char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(mem, MAP_FAILED);
-  ASSERT_EQ(mprotect(mem + page, page, PROT_NONE), 0);
-  auto* end = reinterpret_cast<char16_t*>(mem + page);
+  nuvtest::PageEnd mem;
+  ASSERT_TRUE(mem.ok());
   std::vector<char16_t> other(40);
   for (std::size_t len = 0; len < 30; ++len) {
-    char16_t* s = end - len - 1;
+    char16_t* s = mem.end<char16_t>() - len - 1;
     for (std::size_t i = 0; i < len; ++i) s[i] = static_cast<char16_t>(i % 3 ? 'a' + i : 'K');
     s[len] = 0;
     std::copy(s, s + len + 1, other.begin());
     if (len) other[0] = other[0] ^ 0x20;  // a case variant of s
-    EXPECT_EQ(strcasecmpU16(s, other.data()), 0) << len;
-    EXPECT_EQ(strcasecmpU16(other.data(), s), 0) << len;
-    EXPECT_EQ(strncasecmpU16(s, other.data(), 100), 0) << len;
+    EXPECT_EQ(strcasecmpU16(s, other.data()) | strcasecmpU16(other.data(), s) | strncasecmpU16(s, other.data(), 100), 0)
+        << len;
     strtoupperU16(s);
     strtolowerU16(s);
     std::vector<char16_t> dest(len + 1);
     strcpytoupperU16(dest.data(), s);
-    EXPECT_EQ(std::u16string(dest.data()), std::u16string(s).empty() ? u"" : [&] {
-      std::u16string t(s);
-      for (auto& c : t) c = static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 0x20 : c);
-      return t;
-    }());
+    std::u16string t(s);
+    for (auto& c : t) c = static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 0x20 : c);
+    EXPECT_EQ(std::u16string(dest.data()), t);
   }
-  munmap(mem, 2 * page);
+  auto* p = reinterpret_cast<NUV_UTF16*>(mem.guard());
+  const char* c = mem.guard();
+  EXPECT_EQ(strcasecmpU16(p, p) | strncasecmpU16(p, p, 10) | strncasecmpU16(p, p + 1, 0), 0);
+  EXPECT_EQ(strcasecmpR(c, c) | strncasecmpR(c, c + 1, 0), 0);
+  EXPECT_EQ(strntoupperU16(p, 0), p);
 }
 
-TEST(Caseless, SamePointerAndZeroCountReadNothing) {
-  const long page = sysconf(_SC_PAGESIZE);
-  void* mem = mmap(nullptr, page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(mem, MAP_FAILED);
-  auto* p = static_cast<const NUV_UTF16*>(mem);
-  EXPECT_EQ(strcasecmpU16(p, p), 0);
-  EXPECT_EQ(strncasecmpU16(p, p, 10), 0);
-  EXPECT_EQ(strncasecmpU16(p, p + 1, 0), 0);
-  EXPECT_EQ(strcasecmpR(static_cast<const char*>(mem), static_cast<const char*>(mem)), 0);
-  EXPECT_EQ(strncasecmpR(static_cast<const char*>(mem), static_cast<const char*>(mem) + 1, 0), 0);
-  EXPECT_EQ(strntoupperU16(static_cast<NUV_UTF16*>(mem), 0), mem);
-  munmap(mem, page);
-}
-
-TEST(Caseless, EdgeCasesUnderIcu) {
+TEST(Caseless, EdgeCasesUnderIcuAndAUserMapping) {
   UseMapping use(Mapping::kIcu);
-  const char16_t e1[] = u"", e2[] = u"";
-  EXPECT_EQ(strcasecmpU16(e1, e2), 0);
-  EXPECT_EQ(strcasecmpU16(u"abc", u"ABD"), 'c' - 'd');
-  EXPECT_EQ(strcasecmpU16(u"ab", u"AB\u00c9"), -0xE9);  // lowered units, unsigned
-  EXPECT_EQ(strcasecmpU16(u"\uff21", u"a"), 0xFF41 - 'a');
-  EXPECT_EQ(strncasecmpU16(u"abcX", u"ABCy", 3), 0);
-  EXPECT_EQ(strncasecmpU16(u"abcX", u"ABCy", 4), 'x' - 'y');
-  char16_t s[] = u"caf\u00e9 x";
+  const struct { const char16_t *a, *b; std::size_t n; int want; } cmp[] = {
+      {u"", u"", SIZE_MAX, 0},        {u"abc", u"ABD", SIZE_MAX, 'c' - 'd'},
+      {u"ab", u"AB\u00c9", SIZE_MAX, -0xE9},  // lowered units, unsigned
+      {u"\uff21", u"a", SIZE_MAX, 0xFF41 - 'a'}, {u"abcX", u"ABCy", 3, 0}, {u"abcX", u"ABCy", 4, 'x' - 'y'}};
+  for (const auto& c : cmp)
+    EXPECT_EQ(c.n == SIZE_MAX ? strcasecmpU16(c.a, c.b) : strncasecmpU16(c.a, c.b, c.n), c.want) << c.n;
+  char16_t s[] = u"caf\u00e9 x", t[] = u"abcdefghij", u[] = u"ab\0cd";
   EXPECT_EQ(strtoupperU16(s), s);
   EXPECT_EQ(std::u16string(s), u"CAF\u00c9 X");
-  char16_t t[] = u"abcdefghij";
   strntoupperU16(t, 4);
   EXPECT_EQ(std::u16string(t), u"ABCDefghij");
-  char16_t u[] = u"ab\0cd";
   strntoupperU16(u, 5);
-  EXPECT_EQ(u[3], u'c');
-  EXPECT_EQ(u[4], u'd');
-  EXPECT_EQ(u[1], u'B');
-}
-
-// ASCII goes past the mapping in the conversions, but not in comparisons.
-TEST(Caseless, UserMappingSeesEveryUnitOfAComparisonButNoAsciiOfAConversion) {
-  UseMapping use(Mapping::kUser);
-  EXPECT_EQ(strcasecmpU16(u"A", u"z"), 0);          // odd_lower('A') == 'z'
-  EXPECT_EQ(strcasecmpU16(u"\u03a9", u"a"), 0);     // and U+03A9 to 'a'
-  EXPECT_EQ(strcasecmpU16(u"abcdefghijA", u"ABCDEFGHIJz"), 'z' - 'z' + ('a' - 'z'));
-  char16_t s[] = u"aE\u00e9";
-  strtoupperU16(s);
-  EXPECT_EQ(std::u16string(s), u"AEE");
-  char16_t t[] = u"ABCDEFGHIJ";
-  strtolowerU16(t);
-  EXPECT_EQ(std::u16string(t), u"abcdefghij");  // 'A' by the ASCII rule, not odd_lower
+  EXPECT_TRUE(u[1] == u'B' && u[3] == u'c' && u[4] == u'd');
+  // ASCII goes past a user's mapping in the conversions, but not in comparisons.
+  UseMapping user(Mapping::kUser);
+  EXPECT_EQ(strcasecmpU16(u"A", u"z"), 0);       // odd_lower('A') == 'z'
+  EXPECT_EQ(strcasecmpU16(u"\u03a9", u"a"), 0);  // and U+03A9 to 'a'
+  EXPECT_EQ(strcasecmpU16(u"abcdefghijA", u"ABCDEFGHIJz"), 'a' - 'z');
+  char16_t v[] = u"aE\u00e9", w[] = u"ABCDEFGHIJ";
+  strtoupperU16(v);
+  EXPECT_EQ(std::u16string(v), u"AEE");
+  strtolowerU16(w);
+  EXPECT_EQ(std::u16string(w), u"abcdefghij");  // 'A' by the ASCII rule, not odd_lower
 }
 
 TEST(Caseless, FallbackReportsEachNonAsciiUnitOfAComparison) {
   UseMapping use(Mapping::kFallback);
   nlsui_init_trace_level = 1;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(strcasecmpU16(u"x\u00e9abcdefghijkl", u"X\u00e9ABCDEFGHIJKL"), 0);
-  const std::string err = testing::internal::GetCapturedStderr();
+  const std::string err = nuvtest::stderr_of(
+      [] { EXPECT_EQ(strcasecmpU16(u"x\u00e9abcdefghijkl", u"X\u00e9ABCDEFGHIJKL"), 0); });
   std::size_t count = 0;
-  for (std::size_t at = err.find("U+00E9 encountered in function tolowerU"); at != std::string::npos;
-       at = err.find("U+00E9 encountered in function tolowerU", at + 1))
+  for (std::size_t at = 0; (at = err.find("U+00E9 encountered in function tolowerU", at)) != std::string::npos; ++at)
     ++count;
   EXPECT_EQ(count, 2u) << err;
 }
@@ -333,24 +308,15 @@ TEST_P(NarrowForms, AgainstGlibcInTheLocale) {
     const std::size_t n = rng() % 22;
     ASSERT_EQ(sign(strncasecmpR(a.c_str(), b.c_str(), n)), sign(strncasecmp(a.c_str(), b.c_str(), n)));
 
-    std::string up = a, low = a, want_up = a, want_low = a;
-    for (auto& c : want_up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    for (auto& c : want_low) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    EXPECT_EQ(strtoupperR(up.data()), up.data());
-    strtolowerR(low.data());
-    ASSERT_EQ(up, want_up);
-    ASSERT_EQ(low, want_low);
-    std::string cu(a.size() + 1, '#'), cl(a.size() + 1, '#');
-    strcpytoupperR(cu.data(), a.c_str());
-    strcpytolowerR(cl.data(), a.c_str());
-    ASSERT_EQ(cu, want_up + '\0');
-    ASSERT_EQ(cl, want_low + '\0');
-    std::string nu = a;
-    strntoupperR(nu.data(), n);
-    ASSERT_EQ(nu, want_up.substr(0, std::min(n, a.size())) + a.substr(std::min(n, a.size())));
-    std::string nl = a;
-    strntolowerR(nl.data(), n);
-    ASSERT_EQ(nl, want_low.substr(0, std::min(n, a.size())) + a.substr(std::min(n, a.size())));
+    for (bool upper : {false, true}) {  // in place, copying, and the first n
+      std::string want = a, in = a, copy(a.size() + 1, '#'), first = a;
+      for (auto& c : want) c = static_cast<char>((upper ? toupper : tolower)(static_cast<unsigned char>(c)));
+      EXPECT_EQ((upper ? strtoupperR : strtolowerR)(in.data()), in.data());
+      (upper ? strcpytoupperR : strcpytolowerR)(copy.data(), a.c_str());
+      (upper ? strntoupperR : strntolowerR)(first.data(), n);
+      const std::size_t k = std::min(n, a.size());
+      ASSERT_EQ(std::tie(in, copy, first), std::make_tuple(want, want + '\0', want.substr(0, k) + a.substr(k))) << upper;
+    }
   }
   EXPECT_EQ(strcasecmpR("abc", "ABD"), 'c' - 'd');
   std::setlocale(LC_ALL, saved.c_str());
