@@ -303,7 +303,8 @@ TEST(LoaderProcess, StartUpTracesOutputsAndStatus) {
        {}, true},
       {false, "", "race state", 0, "1 1 1 1 1 1 1 c9 \nuc=1 i18n=1 called=1\n", {}, true, {}, "", -1, 10},
       // Built for an ICU version that is not installed.
-      {true, "LD_LIBRARY_PATH=/opt/x", "isalpha:41", 255, "", noicu_default, true},
+      {true, "LD_LIBRARY_PATH=/opt/x", "isalpha:41", 255, "",
+       {noicu_default[0], "LD_LIBRARY_PATH is currently set to /opt/x ", noicu_default[2], noicu_default[3]}, true},
       {true, high, "toupper:61", 255, nullptr,
        {"Program is compiled with ICU version 9999.1", "Could not open ICU shared library libicuuc.so.9999",
         "Error message: \"libicuuc.so.9999*", terminating}},
