@@ -45,19 +45,6 @@ TEST(TraceMsg, HeaderBodyEndLineAndLongPaths) {
   }
 }
 
-TEST(TraceMsg, CommandLineOnlyInTheFirstMessageAndCut) {
-  RecordingTrace rec;
-  u16_set_cmdline("prog -x arg");
-  u16_cmdline_traced = 0;
-  u16_traceMsg("one", "f", 1, 1);
-  u16_traceMsg("two", "f", 1, 1);
-  EXPECT_EQ(nuvtest::recorded_bodies(), (V{"Cmdline : prog -x arg\none\n" + kEndLine, "two\n" + kEndLine}));
-  EXPECT_EQ(u16_cmdline_traced, 1);
-  u16_set_cmdline(std::string(300, 'c').c_str());
-  EXPECT_EQ(std::string(u16_cmdline), std::string(256, 'c'));
-  u16_set_cmdline("");
-}
-
 TEST(TraceMsg, LongTextsAreCutToTheBufferLimits) {
   RecordingTrace rec;
   std::string big(3000, 'm');
@@ -67,6 +54,9 @@ TEST(TraceMsg, LongTextsAreCutToTheBufferLimits) {
   EXPECT_EQ(with_end.size(), 968u + 1 + kEndLine.size());
   EXPECT_EQ(with_end.substr(with_end.size() - kEndLine.size()), kEndLine);
   EXPECT_EQ(RecordingTrace::lines.at(1).size(), 1020u);
+  u16_set_cmdline(std::string(300, 'c').c_str());  // the command line is cut at 256 bytes
+  EXPECT_EQ(std::string(u16_cmdline), std::string(256, 'c'));
+  u16_set_cmdline("");
 }
 
 TEST(SetTrace, AnnouncesTheNewLevel) {
@@ -114,6 +104,11 @@ TEST(Reports, BodiesAtTheirLevels) {
   const void* p = raw + 1;
   std::memcpy(&odd, &p, sizeof odd);
   const Report reports[] = {
+      {"command line only in the first message", 4, [] {
+         u16_set_cmdline("prog -x arg"), u16_cmdline_traced = 0;
+         u16_traceMsg("one", "f", 1, 1), u16_traceMsg("two", "f", 1, 1);
+         EXPECT_EQ(u16_cmdline_traced, 1);
+       }, {"Cmdline : prog -x arg\none", "two"}},
       {"array short", 1, [] { u16_array_short("MAX_PATH_LN", "fopenU16", "pathC", "flat/nlsui1", 300); },
        {"Function fopenU16 :\nArray pathC length MAX_PATH_LN is too small."}},
       {"internal error", 1, [] { nlsui_internalErrorMsg("flat/nlsui1", 301); }, {"Internal error"}},
