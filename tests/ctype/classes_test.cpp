@@ -35,23 +35,10 @@ TEST(ClassTables, MemberCountsAreThoseOfUnicode31) {
   EXPECT_EQ(count(toupperU16, true), 707);
 }
 
-struct Row {
-  int32_t (*f)(int32_t);
-  const char* name;
-  int32_t in, out;
-};
-
-class CharacteristicRow : public ::testing::TestWithParam<Row> {};
-
-TEST_P(CharacteristicRow, Holds) {
-  const Row& r = GetParam();
-  EXPECT_EQ(r.f(r.in), r.out) << r.name << "(0x" << std::hex << r.in << ")";
-}
-
-#define R(f, in, out) Row{f, #f, in, out}
-INSTANTIATE_TEST_SUITE_P(
-    Unicode31, CharacteristicRow,
-    ::testing::Values(
+// Rows a newer database answers differently, checked with or without the file.
+TEST(ClassTables, CharacteristicRows) {
+  const struct { int32_t (*f)(int32_t); const char* name; int32_t in, out; } rows[] = {
+#define R(f, in, out) {f, #f, in, out}
         // Classes as version 3.1 assigned them, not as later versions do.
         R(isalphaU16, 0x00AA, 1), R(islowerU16, 0x00AA, 1), R(islowerU16, 0x00BA, 1), R(isupperU16, 0x01C5, 0),
         R(islowerU16, 0x01C5, 0), R(isalphaU16, 0x01C5, 1), R(isalnumU16, 0x2183, 1), R(isalphaU16, 0x2183, 0),
@@ -78,8 +65,10 @@ INSTANTIATE_TEST_SUITE_P(
         R(toupperU16, 0x2C30, 0x2C30), R(tolowerU16, 0xA640, 0xA640), R(tolowerU16, 0x10A0, 0x10A0),
         R(tolowerU16, 0x13A0, 0x13A0), R(tolowerU16, 0x10400, 0x10400), R(toupperU16, -5, -5),
         R(toupperU16, 0x1FF61, 0x1FF61), R(tolowerU16, 'Q', 'q'), R(toupperU16, 'q', 'Q'),
-        R(tolowerU16, 0x00C9, 0x00E9), R(toupperU16, 0x0451, 0x0401), R(toupperU16, 0xFF41, 0xFF21)));
+        R(tolowerU16, 0x00C9, 0x00E9), R(toupperU16, 0x0451, 0x0401), R(toupperU16, 0xFF41, 0xFF21)};
 #undef R
+  for (const auto& r : rows) EXPECT_EQ(r.f(r.in), r.out) << r.name << "(0x" << std::hex << r.in << ")";
+}
 
 // Values that are no UTF-16 unit.
 TEST(ClassTables, WideValuesAreSafeWhereAccepted) {
