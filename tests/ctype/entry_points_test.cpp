@@ -41,26 +41,8 @@ void bind_icu() {
 
 // ---- bound to the machine's ICU -------------------------------------------
 
-TEST(IcuEntries, FirstCallBindsIcuAndEveryPointerIsIcus) {
-  bind_icu();
-  ASSERT_NE(libicuucHandle, nullptr);
-  EXPECT_EQ(libicuucInitCalled, 1);
-  // Class tests go through the widening of ICU's 8-bit answer; the case
-  // functions are ICU's own.
-  const std::pair<NUV_CTYPE_FUNC, NUV_CTYPE_FUNC> widened[] = {
-      {isalnumU, u_isalnum_widened}, {isalphaU, u_isalpha_widened}, {iscntrlU, u_iscntrl_widened},
-      {islowerU, u_islower_widened}, {isprintU, u_isprint_widened}, {isspaceU, u_isspace_widened},
-      {isupperU, u_isupper_widened}};
-  for (const auto& [entry, want] : widened) EXPECT_EQ(entry, want);
-  const std::pair<void*, const char*> own[] = {
-      {reinterpret_cast<void*>(tolowerU), "u_tolower"}, {reinterpret_cast<void*>(toupperU), "u_toupper"},
-      {reinterpret_cast<void*>(nuv::icu::ctype.u_isalnum), "u_isalnum"},
-      {reinterpret_cast<void*>(nuv::icu::ctype.u_isspace), "u_isspace"},
-      {reinterpret_cast<void*>(nuv::icu::ctype.u_isupper), "u_isupper"}};
-  for (const auto& [bound, symbol] : own)
-    EXPECT_EQ(bound, dlsym(libicuucHandle, (std::string(symbol) + "_" + kV).c_str())) << symbol;
-}
-
+// Which pointer each entry holds is the loader's business; what it answers is
+// checked here, and that the first call binds in the fresh-process table.
 TEST(IcuEntries, EveryBmpUnitGetsIcusAnswer) {
   bind_icu();
   int wrong = 0;
