@@ -197,6 +197,7 @@ std::vector<std::string> startup_lines(const std::string& err, int level, std::s
     lines.push_back(t + " [" + (*it)[2].str() + "]");
   }
   rest += err.substr(pos);
+  rest = std::regex_replace(rest, std::regex("libgcov profiling error:.*\n"), "");  // a rebuilt coverage tree
   return lines;
 }
 
