@@ -88,12 +88,14 @@ TEST(SetTrace, AnnouncesTheNewLevel) {
   u16_set_fgetcU_error_parameters(max0, iv0);
 }
 
-// Each report at a level: the bodies it writes (the end line added to each).
+// Each report at a level: the bodies it writes (the end line added to each),
+// what it writes to standard error, and the source shown in its first header.
 struct Report {
   const char* name;
   uint32_t level;
   std::function<void()> call;
   V bodies;
+  std::string err = "", source = "";
 };
 
 TEST(Reports, BodiesAtTheirLevels) {
@@ -103,6 +105,7 @@ TEST(Reports, BodiesAtTheirLevels) {
   const NUV_UTF16* odd;
   const void* p = raw + 1;
   std::memcpy(&odd, &p, sizeof odd);
+  alignas(2) char cast[4];
   const Report reports[] = {
       {"command line only in the first message", 4, [] {
          u16_set_cmdline("prog -x arg"), u16_cmdline_traced = 0;
@@ -127,46 +130,30 @@ TEST(Reports, BodiesAtTheirLevels) {
        {"fopenU16 \"" + std::string(79, 'w') + "x\" (fileno 0x3)"}},
       {"aligned", 4, [] { dbgAlignCheckStringU16(reinterpret_cast<const NUV_UTF16*>(raw)); }, {}},
       {"unaligned", 4, [&] { EXPECT_EQ(dbgAlignCheckStringU16(odd), odd); },
-       {"dbgAlignCheckStringU16(): ERROR: The following string is unaligned:\nHello, unaligned"}},
+       {"dbgAlignCheckStringU16(): ERROR: The following string is unaligned:\nHello, unaligned"}, "", "[<unknown> line 0]"},
+      // Out of memory sets errno at every level.
+      {"malloc at 0", 0, [] { errno = 0, u16_malloc_error("strdupU16", "f", 5); EXPECT_EQ(errno, ENOMEM); }, {}},
+      {"malloc", 1, [] { errno = 0, nlsui_malloc_error(std::string(100, 'F').c_str(), "f", 5); EXPECT_EQ(errno, ENOMEM); },
+       {std::string(64, 'F') + " : malloc : Out of memory."}, std::string(64, 'F') + " : malloc : Out of memory.\n"},
+      // Odd addresses cast: silent when even; reported and returned when the check is switched off.
+      {"cast even", 1, [] { char16_t x[2]; EXPECT_EQ(nlsui_cast_raw2uc(x, u"file.c", 3), x); }, {}},
+      {"cast odd", 1, [&] { EXPECT_EQ(static_cast<void*>(nlsui_cast_raw2uc(cast + 1, u"caller.c", 77)), cast + 1); },
+       {}, "ERROR: Casting an odd adress to NUV_UTF16* in file caller.c, line 77\n"},
+      {"cast long name", 1, [&] {
+         errno = 0, nlsui_cast_raw2uc(cast + 1, std::u16string(600, u'n').c_str(), 1);
+         EXPECT_EQ(errno, ENAMETOOLONG);
+       }, {"Function nlsui_cast_raw2uc :\nArray fileC length MAX_FILENAME_LN is too small."},
+       "ERROR: Casting an odd adress to NUV_UTF16* in file " + std::string(511, 'n') + ", line 1\n", "[flat/nlsui1 line 1654]"},
   };
+  setenv("NUVCASTRAW2UCCHK", "0", 1);
   for (const Report& r : reports) {
     RecordingTrace rec(r.level);
-    r.call();
+    EXPECT_EQ(nuvtest::stderr_of(r.call), r.err) << r.name;
     V want = r.bodies;
     for (auto& b : want) b += "\n" + kEndLine;
     EXPECT_EQ(nuvtest::recorded_bodies(), want) << r.name;
-    if (std::string(r.name) == "unaligned") EXPECT_NE(RecordingTrace::lines[0].find("[<unknown> line 0]"), std::string::npos);
+    if (!r.source.empty()) EXPECT_NE(RecordingTrace::lines.at(0).find(r.source), std::string::npos) << r.name;
   }
-}
-
-TEST(Reports, MallocErrorSetsErrnoAtEveryLevel) {
-  RecordingTrace rec(0);
-  errno = 0;
-  EXPECT_EQ(nuvtest::stderr_of([] { u16_malloc_error("strdupU16", "f", 5); }), "");
-  EXPECT_EQ(errno, ENOMEM);
-  EXPECT_TRUE(RecordingTrace::lines.empty());
-  u16_trace_level = 1;
-  const std::string text = std::string(64, 'F') + " : malloc : Out of memory.";
-  EXPECT_EQ(nuvtest::stderr_of([] { nlsui_malloc_error(std::string(100, 'F').c_str(), "f", 5); }), text + "\n");
-  EXPECT_EQ(errno, ENOMEM);
-  EXPECT_EQ(nuvtest::recorded_bodies(), V{text + "\n" + kEndLine});
-}
-
-TEST(CastCheck, OddAddressesReportedOrAborted) {
-  alignas(2) char raw[4];
-  char16_t x[2];
-  EXPECT_EQ(nuvtest::stderr_of([&] { EXPECT_EQ(nlsui_cast_raw2uc(x, u"file.c", 3), x); }), "");
-  setenv("NUVCASTRAW2UCCHK", "0", 1);  // switched off: reported, and the pointer returned
-  EXPECT_EQ(nuvtest::stderr_of([&] { EXPECT_EQ(static_cast<void*>(nlsui_cast_raw2uc(raw + 1, u"caller.c", 77)), raw + 1); }),
-            "ERROR: Casting an odd adress to NUV_UTF16* in file caller.c, line 77\n");
-  RecordingTrace rec(1);  // a long file name is reported as too long
-  errno = 0;
-  EXPECT_EQ(nuvtest::stderr_of([&] { nlsui_cast_raw2uc(raw + 1, std::u16string(600, u'n').c_str(), 1); }),
-            "ERROR: Casting an odd adress to NUV_UTF16* in file " + std::string(511, 'n') + ", line 1\n");
-  EXPECT_EQ(errno, ENAMETOOLONG);
-  EXPECT_EQ(nuvtest::recorded_bodies(),
-            V{"Function nlsui_cast_raw2uc :\nArray fileC length MAX_FILENAME_LN is too small.\n" + kEndLine});
-  EXPECT_NE(RecordingTrace::lines[0].find("[flat/nlsui1 line 1654]"), std::string::npos);
   unsetenv("NUVCASTRAW2UCCHK");
 }
 
