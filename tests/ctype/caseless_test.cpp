@@ -3,7 +3,6 @@
 // functions as a peer, the edge cases, and the narrow forms against glibc.
 #include <gtest/gtest.h>
 #include <strings.h>
-#include <sys/mman.h>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 #include <unicode/stringoptions.h>
@@ -13,11 +12,14 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ctype/caseless.h"
 #include "ctype/icu_loader.h"
 #include "nuvu16.h"
+#include "support/page_end.h"
+#include "support/scoped.h"
 
 namespace {
 
@@ -80,56 +82,37 @@ int sign(int v) { return (v > 0) - (v < 0); }
 
 class AgainstReference : public ::testing::TestWithParam<Mapping> {};
 
-TEST_P(AgainstReference, ComparisonsAtEveryAlignmentAndLength) {
+TEST_P(AgainstReference, ComparisonsAndConversionsAtEveryAlignmentAndLength) {
   UseMapping use(GetParam());
   std::mt19937 rng(1234);
   std::vector<char16_t> ba(200), bb(200);
   for (int iter = 0; iter < 4000; ++iter) {
-    const std::size_t len = rng() % 40;
-    std::u16string a = random_text(rng, len);
+    const std::u16string a = random_text(rng, rng() % 50);
     std::u16string b = rng() % 3 ? case_variant(rng, a) : random_text(rng, rng() % 40);
     if (rng() % 4 == 0 && !b.empty()) b[rng() % b.size()] = static_cast<char16_t>(rng() % 0x100);
-    const std::size_t oa = rng() % 9, ob = rng() % 9;
+    const std::size_t oa = rng() % 9, ob = rng() % 9, n = rng() % 60;
     std::copy(a.begin(), a.end(), ba.begin() + oa);
     ba[oa + a.size()] = 0;
     std::copy(b.begin(), b.end(), bb.begin() + ob);
     bb[ob + b.size()] = 0;
     const NUV_UTF16 *pa = ba.data() + oa, *pb = bb.data() + ob;
     ASSERT_EQ(strcasecmpU16(pa, pb), nuv::strcasecmp_ref(pa, pb)) << iter;
-    const std::size_t n = rng() % 45;
     ASSERT_EQ(strncasecmpU16(pa, pb, n), nuv::strncasecmp_ref(pa, pb, n)) << iter << " n=" << n;
     ASSERT_EQ(strcasecmpU(pa, pb), strcasecmpU16(pa, pb));
     ASSERT_EQ(strncasecmpU(pa, pb, n), strncasecmpU16(pa, pb, n));
-  }
-}
 
-TEST_P(AgainstReference, ConversionsAtEveryAlignmentAndLength) {
-  UseMapping use(GetParam());
-  std::mt19937 rng(99);
-  for (int iter = 0; iter < 3000; ++iter) {
-    const std::u16string s = random_text(rng, rng() % 50);
-    const std::size_t off = rng() % 9, n = rng() % 60;
-    const bool up = rng() % 2;
-    std::vector<char16_t> got(80, 0x5555), want(80, 0x5555);
-    std::copy(s.begin(), s.end(), got.begin() + off);
-    got[off + s.size()] = 0;
-    want = got;
-    if (up)
-      strntoupperU16(got.data() + off, n);
-    else
-      strntolowerU16(got.data() + off, n);
-    nuv::strncase_ref(want.data() + off, n, up);
+    const bool up = rng() % 2;  // bounded in place, unbounded in place, copying
+    std::vector<char16_t> got(ba.begin(), ba.begin() + 80), want = got, src = got;
+    (up ? strntoupperU16 : strntolowerU16)(got.data() + oa, n);
+    nuv::strncase_ref(want.data() + oa, n, up);
     ASSERT_EQ(got, want) << iter;
-
-    std::vector<char16_t> src(got);  // unbounded in place
-    (up ? strtoupperU16 : strtolowerU16)(got.data() + off);
-    nuv::strncase_ref(want.data() + off, SIZE_MAX, up);
+    (up ? strtoupperU16 : strtolowerU16)(got.data() + oa);
+    nuv::strncase_ref(want.data() + oa, SIZE_MAX, up);
     ASSERT_EQ(got, want) << iter;
-
-    std::vector<char16_t> dg(80, 0x7777), dw(80, 0x7777);  // copying
+    std::vector<char16_t> dg(80, 0x7777), dw(80, 0x7777);
     const std::size_t doff = rng() % 5;
-    EXPECT_EQ((up ? strcpytoupperU16 : strcpytolowerU16)(dg.data() + doff, src.data() + off), dg.data() + doff);
-    nuv::strcpycase_ref(dw.data() + doff, src.data() + off, up);
+    EXPECT_EQ((up ? strcpytoupperU16 : strcpytolowerU16)(dg.data() + doff, src.data() + oa), dg.data() + doff);
+    nuv::strcpycase_ref(dw.data() + doff, src.data() + oa, up);
     ASSERT_EQ(dg, dw) << iter;
   }
 }
@@ -165,96 +148,69 @@ TEST_P(AgainstReference, EveryLatin1UnitInEveryLane) {
 }
 
 // Strings that end at the last unit of a readable page: the fast paths must
-// not touch the next one (it is mapped without access).
-TEST(Caseless, StringsEndingAtAPageEdge) {
+// not touch the next one; the same pointer or a zero count reads nothing.
+TEST(Caseless, PageEdgesSamePointerAndZeroCount) {
   UseMapping use(Mapping::kIcu);
-  const long page = sysconf(_SC_PAGESIZE);
-  char* mem = static_cast<char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(mem, MAP_FAILED);
-  ASSERT_EQ(mprotect(mem + page, page, PROT_NONE), 0);
-  auto* end = reinterpret_cast<char16_t*>(mem + page);
+  nuvtest::PageEnd mem;
+  ASSERT_TRUE(mem.ok());
   std::vector<char16_t> other(40);
   for (std::size_t len = 0; len < 30; ++len) {
-    char16_t* s = end - len - 1;
+    char16_t* s = mem.end<char16_t>() - len - 1;
     for (std::size_t i = 0; i < len; ++i) s[i] = static_cast<char16_t>(i % 3 ? 'a' + i : 'K');
     s[len] = 0;
     std::copy(s, s + len + 1, other.begin());
     if (len) other[0] = other[0] ^ 0x20;  // a case variant of s
-    EXPECT_EQ(strcasecmpU16(s, other.data()), 0) << len;
-    EXPECT_EQ(strcasecmpU16(other.data(), s), 0) << len;
-    EXPECT_EQ(strncasecmpU16(s, other.data(), 100), 0) << len;
+    EXPECT_EQ(strcasecmpU16(s, other.data()) | strcasecmpU16(other.data(), s) | strncasecmpU16(s, other.data(), 100), 0)
+        << len;
     strtoupperU16(s);
     strtolowerU16(s);
     std::vector<char16_t> dest(len + 1);
     strcpytoupperU16(dest.data(), s);
-    EXPECT_EQ(std::u16string(dest.data()), std::u16string(s).empty() ? u"" : [&] {
-      std::u16string t(s);
-      for (auto& c : t) c = static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 0x20 : c);
-      return t;
-    }());
+    std::u16string t(s);
+    for (auto& c : t) c = static_cast<char16_t>(c >= 'a' && c <= 'z' ? c - 0x20 : c);
+    EXPECT_EQ(std::u16string(dest.data()), t);
   }
-  munmap(mem, 2 * page);
+  auto* p = reinterpret_cast<NUV_UTF16*>(mem.guard());
+  const char* c = mem.guard();
+  EXPECT_EQ(strcasecmpU16(p, p) | strncasecmpU16(p, p, 10) | strncasecmpU16(p, p + 1, 0), 0);
+  EXPECT_EQ(strcasecmpR(c, c) | strncasecmpR(c, c + 1, 0), 0);
+  EXPECT_EQ(strntoupperU16(p, 0), p);
 }
 
-TEST(Caseless, SamePointerAndZeroCountReadNothing) {
-  const long page = sysconf(_SC_PAGESIZE);
-  void* mem = mmap(nullptr, page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(mem, MAP_FAILED);
-  auto* p = static_cast<const NUV_UTF16*>(mem);
-  EXPECT_EQ(strcasecmpU16(p, p), 0);
-  EXPECT_EQ(strncasecmpU16(p, p, 10), 0);
-  EXPECT_EQ(strncasecmpU16(p, p + 1, 0), 0);
-  EXPECT_EQ(strcasecmpR(static_cast<const char*>(mem), static_cast<const char*>(mem)), 0);
-  EXPECT_EQ(strncasecmpR(static_cast<const char*>(mem), static_cast<const char*>(mem) + 1, 0), 0);
-  EXPECT_EQ(strntoupperU16(static_cast<NUV_UTF16*>(mem), 0), mem);
-  munmap(mem, page);
-}
-
-TEST(Caseless, EdgeCasesUnderIcu) {
+TEST(Caseless, EdgeCasesUnderIcuAndAUserMapping) {
   UseMapping use(Mapping::kIcu);
-  const char16_t e1[] = u"", e2[] = u"";
-  EXPECT_EQ(strcasecmpU16(e1, e2), 0);
-  EXPECT_EQ(strcasecmpU16(u"abc", u"ABD"), 'c' - 'd');
-  EXPECT_EQ(strcasecmpU16(u"ab", u"AB\u00c9"), -0xE9);  // lowered units, unsigned
-  EXPECT_EQ(strcasecmpU16(u"\uff21", u"a"), 0xFF41 - 'a');
-  EXPECT_EQ(strncasecmpU16(u"abcX", u"ABCy", 3), 0);
-  EXPECT_EQ(strncasecmpU16(u"abcX", u"ABCy", 4), 'x' - 'y');
-  char16_t s[] = u"caf\u00e9 x";
+  const struct { const char16_t *a, *b; std::size_t n; int want; } cmp[] = {
+      {u"", u"", SIZE_MAX, 0},        {u"abc", u"ABD", SIZE_MAX, 'c' - 'd'},
+      {u"ab", u"AB\u00c9", SIZE_MAX, -0xE9},  // lowered units, unsigned
+      {u"\uff21", u"a", SIZE_MAX, 0xFF41 - 'a'}, {u"abcX", u"ABCy", 3, 0}, {u"abcX", u"ABCy", 4, 'x' - 'y'}};
+  for (const auto& c : cmp)
+    EXPECT_EQ(c.n == SIZE_MAX ? strcasecmpU16(c.a, c.b) : strncasecmpU16(c.a, c.b, c.n), c.want) << c.n;
+  char16_t s[] = u"caf\u00e9 x", t[] = u"abcdefghij", u[] = u"ab\0cd";
   EXPECT_EQ(strtoupperU16(s), s);
   EXPECT_EQ(std::u16string(s), u"CAF\u00c9 X");
-  char16_t t[] = u"abcdefghij";
   strntoupperU16(t, 4);
   EXPECT_EQ(std::u16string(t), u"ABCDefghij");
-  char16_t u[] = u"ab\0cd";
   strntoupperU16(u, 5);
-  EXPECT_EQ(u[3], u'c');
-  EXPECT_EQ(u[4], u'd');
-  EXPECT_EQ(u[1], u'B');
-}
-
-// ASCII goes past the mapping in the conversions, but not in comparisons.
-TEST(Caseless, UserMappingSeesEveryUnitOfAComparisonButNoAsciiOfAConversion) {
-  UseMapping use(Mapping::kUser);
-  EXPECT_EQ(strcasecmpU16(u"A", u"z"), 0);          // odd_lower('A') == 'z'
-  EXPECT_EQ(strcasecmpU16(u"\u03a9", u"a"), 0);     // and U+03A9 to 'a'
-  EXPECT_EQ(strcasecmpU16(u"abcdefghijA", u"ABCDEFGHIJz"), 'z' - 'z' + ('a' - 'z'));
-  char16_t s[] = u"aE\u00e9";
-  strtoupperU16(s);
-  EXPECT_EQ(std::u16string(s), u"AEE");
-  char16_t t[] = u"ABCDEFGHIJ";
-  strtolowerU16(t);
-  EXPECT_EQ(std::u16string(t), u"abcdefghij");  // 'A' by the ASCII rule, not odd_lower
+  EXPECT_TRUE(u[1] == u'B' && u[3] == u'c' && u[4] == u'd');
+  // ASCII goes past a user's mapping in the conversions, but not in comparisons.
+  UseMapping user(Mapping::kUser);
+  EXPECT_EQ(strcasecmpU16(u"A", u"z"), 0);       // odd_lower('A') == 'z'
+  EXPECT_EQ(strcasecmpU16(u"\u03a9", u"a"), 0);  // and U+03A9 to 'a'
+  EXPECT_EQ(strcasecmpU16(u"abcdefghijA", u"ABCDEFGHIJz"), 'a' - 'z');
+  char16_t v[] = u"aE\u00e9", w[] = u"ABCDEFGHIJ";
+  strtoupperU16(v);
+  EXPECT_EQ(std::u16string(v), u"AEE");
+  strtolowerU16(w);
+  EXPECT_EQ(std::u16string(w), u"abcdefghij");  // 'A' by the ASCII rule, not odd_lower
 }
 
 TEST(Caseless, FallbackReportsEachNonAsciiUnitOfAComparison) {
   UseMapping use(Mapping::kFallback);
   nlsui_init_trace_level = 1;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(strcasecmpU16(u"x\u00e9abcdefghijkl", u"X\u00e9ABCDEFGHIJKL"), 0);
-  const std::string err = testing::internal::GetCapturedStderr();
+  const std::string err = nuvtest::stderr_of(
+      [] { EXPECT_EQ(strcasecmpU16(u"x\u00e9abcdefghijkl", u"X\u00e9ABCDEFGHIJKL"), 0); });
   std::size_t count = 0;
-  for (std::size_t at = err.find("U+00E9 encountered in function tolowerU"); at != std::string::npos;
-       at = err.find("U+00E9 encountered in function tolowerU", at + 1))
+  for (std::size_t at = 0; (at = err.find("U+00E9 encountered in function tolowerU", at)) != std::string::npos; ++at)
     ++count;
   EXPECT_EQ(count, 2u) << err;
 }
@@ -281,36 +237,26 @@ std::u16string peer_text(std::mt19937& rng, int script, std::size_t len) {
   return s;
 }
 
-TEST(CaselessPeer, ConversionsMatchIcuStringCasingOnSimpleText) {
+TEST(CaselessPeer, ConversionsAndComparisonsAgreeWithIcuOnSimpleText) {
   UseMapping use(Mapping::kIcu);
   std::mt19937 rng(7);
   for (int script = 0; script < 4; ++script)
-    for (int iter = 0; iter < 300; ++iter) {
-      std::u16string s = peer_text(rng, script, rng() % 64);
-      std::vector<char16_t> up(s.size() + 1), low(s.size() + 1), icu(s.size() * 3 + 4);
-      strcpytoupperU16(up.data(), s.c_str());
-      strcpytolowerU16(low.data(), s.c_str());
-      UErrorCode err = U_ZERO_ERROR;
-      int32_t n = u_strToUpper(icu.data(), static_cast<int32_t>(icu.size()), s.c_str(), -1, "", &err);
-      ASSERT_EQ(std::u16string(up.data()), std::u16string(icu.data(), n)) << script << " " << iter;
-      err = U_ZERO_ERROR;
-      n = u_strToLower(icu.data(), static_cast<int32_t>(icu.size()), s.c_str(), -1, "", &err);
-      ASSERT_EQ(std::u16string(low.data()), std::u16string(icu.data(), n)) << script << " " << iter;
-    }
-}
-
-TEST(CaselessPeer, ComparisonsAgreeWithIcuOnSimpleText) {
-  UseMapping use(Mapping::kIcu);
-  std::mt19937 rng(8);
-  for (int script = 0; script < 4; ++script)
     for (int iter = 0; iter < 500; ++iter) {
-      std::u16string a = peer_text(rng, script, rng() % 30);
-      std::u16string b = a;
+      const std::u16string s = peer_text(rng, script, rng() % 64);
+      std::vector<char16_t> ours(s.size() + 1), icu(s.size() * 3 + 4);
+      for (bool up : {false, true}) {
+        (up ? strcpytoupperU16 : strcpytolowerU16)(ours.data(), s.c_str());
+        UErrorCode err = U_ZERO_ERROR;
+        const int32_t n = (up ? u_strToUpper : u_strToLower)(icu.data(), static_cast<int32_t>(icu.size()), s.c_str(),
+                                                              -1, "", &err);
+        ASSERT_EQ(std::u16string(ours.data()), std::u16string(icu.data(), n)) << script << " " << iter;
+      }
+      std::u16string b = s;  // a case variant, sometimes with one unit changed
       for (auto& c : b)
         if (rng() % 2) c = static_cast<char16_t>(rng() % 2 ? u_toupper(c) : u_tolower(c));
       if (rng() % 2 && !b.empty()) b[rng() % b.size()] = peer_text(rng, script, 1)[0];
-      const int icu = u_strcasecmp(a.c_str(), b.c_str(), U_FOLD_CASE_DEFAULT);
-      ASSERT_EQ(sign(strcasecmpU16(a.c_str(), b.c_str())), sign(icu)) << script << " " << iter;
+      ASSERT_EQ(sign(strcasecmpU16(s.c_str(), b.c_str())), sign(u_strcasecmp(s.c_str(), b.c_str(), U_FOLD_CASE_DEFAULT)))
+          << script << " " << iter;
     }
 }
 
@@ -333,24 +279,15 @@ TEST_P(NarrowForms, AgainstGlibcInTheLocale) {
     const std::size_t n = rng() % 22;
     ASSERT_EQ(sign(strncasecmpR(a.c_str(), b.c_str(), n)), sign(strncasecmp(a.c_str(), b.c_str(), n)));
 
-    std::string up = a, low = a, want_up = a, want_low = a;
-    for (auto& c : want_up) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    for (auto& c : want_low) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    EXPECT_EQ(strtoupperR(up.data()), up.data());
-    strtolowerR(low.data());
-    ASSERT_EQ(up, want_up);
-    ASSERT_EQ(low, want_low);
-    std::string cu(a.size() + 1, '#'), cl(a.size() + 1, '#');
-    strcpytoupperR(cu.data(), a.c_str());
-    strcpytolowerR(cl.data(), a.c_str());
-    ASSERT_EQ(cu, want_up + '\0');
-    ASSERT_EQ(cl, want_low + '\0');
-    std::string nu = a;
-    strntoupperR(nu.data(), n);
-    ASSERT_EQ(nu, want_up.substr(0, std::min(n, a.size())) + a.substr(std::min(n, a.size())));
-    std::string nl = a;
-    strntolowerR(nl.data(), n);
-    ASSERT_EQ(nl, want_low.substr(0, std::min(n, a.size())) + a.substr(std::min(n, a.size())));
+    for (bool upper : {false, true}) {  // in place, copying, and the first n
+      std::string want = a, in = a, copy(a.size() + 1, '#'), first = a;
+      for (auto& c : want) c = static_cast<char>((upper ? toupper : tolower)(static_cast<unsigned char>(c)));
+      EXPECT_EQ((upper ? strtoupperR : strtolowerR)(in.data()), in.data());
+      (upper ? strcpytoupperR : strcpytolowerR)(copy.data(), a.c_str());
+      (upper ? strntoupperR : strntolowerR)(first.data(), n);
+      const std::size_t k = std::min(n, a.size());
+      ASSERT_EQ(std::tie(in, copy, first), std::make_tuple(want, want + '\0', want.substr(0, k) + a.substr(k))) << upper;
+    }
   }
   EXPECT_EQ(strcasecmpR("abc", "ABD"), 'c' - 'd');
   std::setlocale(LC_ALL, saved.c_str());

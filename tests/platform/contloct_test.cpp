@@ -4,10 +4,10 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <fstream>
 #include <random>
 
 #include "platform/contloct.h"
+#include "support/scratch.h"
 
 namespace {
 
@@ -33,8 +33,7 @@ struct ChildReport {  // what a child found wrong, the first dozen in full
 // failures come back on its standard error, which must match stderr_regex.
 void in_zone(const char *tz, const std::function<void(ChildReport &)> &body, const char *stderr_regex = "") {
   auto child = [&] {
-    setenv("TZ", tz, 1);
-    tzset();
+    setenv("TZ", tz, 1), tzset();
     ContLoctRegisterTrace(record, stdout);
     ChildReport r;
     body(r);
@@ -44,10 +43,7 @@ void in_zone(const char *tz, const std::function<void(ChildReport &)> &body, con
   EXPECT_EXIT(child(), testing::ExitedWithCode(0), stderr_regex);
 }
 
-struct tm native(time_t t) {
-  struct tm l{};
-  return *localtime_r(&t, &l);
-}
+struct tm native(time_t t) { struct tm l{}; return *localtime_r(&t, &l); }
 long off(time_t t) { return native(t).tm_gmtoff; }
 bool same(time_t a, time_t b) { return off(a) == off(b) && native(a).tm_isdst == native(b).tm_isdst; }
 time_t switch_in(time_t lo, time_t hi) {  // first second after lo in another state; lo and hi differ
@@ -62,8 +58,7 @@ std::vector<time_t> glibc_switches(time_t from, time_t to) {  // a day at a time
 }
 S show(const struct tm &r) {
   char b[80];
-  strftime(b, sizeof b, "%Y-%m-%d %H:%M:%S wd%w yd%j dst", &r);
-  return b + std::to_string(r.tm_isdst);
+  return S(b, strftime(b, sizeof b, "%Y-%m-%d %H:%M:%S wd%w yd%j dst", &r)) + std::to_string(r.tm_isdst);
 }
 S at(time_t t) { return " at " + std::to_string(t); }
 
@@ -80,15 +75,11 @@ struct tm expected(time_t t) {
   r.tm_isdst = t == 0 ? 0 : native(t).tm_isdst;
   return r;
 }
-int64_t wall(time_t t) {  // continuous local time as seconds
-  struct tm r{};
-  return timegm(localtime_cont_r(&t, &r));
-}
+int64_t wall(time_t t) { struct tm r{}; return timegm(localtime_cont_r(&t, &r)); }  // continuous local time as seconds
 // localtime_cont_r against the formulas, mktime_cont against the inverse formula on glibc's mktime.
 void check_time(ChildReport &r, time_t t) {
   struct tm got{}, want = expected(t), back{};
-  bool ok = localtime_cont_r(&t, &got) != nullptr;
-  r.check(ok && show(got) == show(want), show(got) + " != " + show(want) + at(t));
+  r.check(localtime_cont_r(&t, &got) && show(got) == show(want), show(got) + " != " + show(want) + at(t));
   struct tm c1 = got, c2 = got;
   time_t n = mktime(&c1), inv = mktime_cont(&c2), e = same(n - 14400, n + 14400) ? 0 : switch_in(n - 14400, n + 14400);
   int64_t d = e ? off(e - 1) - off(e) : 0;
@@ -114,8 +105,7 @@ struct Zone { const char *tz; time_t fall; int64_t wall; };
 class RealZone : public testing::TestWithParam<Zone> {};
 
 TEST_P(RealZone, FormulasOnGlibcAnswersAtEverySwitchAndRandomTimes) {
-  Zone z = GetParam();
-  in_zone(z.tz, [&](ChildReport &r) {
+  in_zone(GetParam().tz, [z = GetParam()](ChildReport &r) {
     ContLoctBuildTable();
     const time_t from = -2145916800, to = time(nullptr) + 157680000;  // 1902 .. horizon
     std::vector<time_t> sw = glibc_switches(from, to), starts;
@@ -123,9 +113,8 @@ TEST_P(RealZone, FormulasOnGlibcAnswersAtEverySwitchAndRandomTimes) {
       if (cltZoneMap[i].start >= from) starts.push_back(cltZoneMap[i].start);
     r.check(starts == sw, "starts " + std::to_string(starts.size()) + " vs " + std::to_string(sw.size()));
     std::mt19937_64 g(15);
-    for (time_t s : sw) {
+    for (time_t s : sw)
       for (int k = 0; k < 3; ++k) check_time(r, s + time_t(g() % 14600) - 7300);
-    }
     for (int k = 0; k < 20000; ++k) check_time(r, from + time_t(g() % uint64_t(to - from)));
     if (!z.fall) return r.check(cltZoneMapTop == 1, "more than one entry");
     check_window(r, z.fall);
@@ -204,8 +193,7 @@ TEST(ContLoct, SpecialCasesModesAndTraceLines) {
       r.check(mktime_cont(&tm) == (inside ? s + (t - s) / 2 * 2 : t), "old mktime" + at(t));
     }
     time_t a, b;
-    GetDoubleInterval(&a, &b);
-    r.check(a == s && b == e + 3600, "cached interval");
+    r.check((GetDoubleInterval(&a, &b), a == s && b == e + 3600), "cached interval");
     inLocTime = 1;  // as if another call were running: refused, on standard error
     r.check(localtime_cont(&e)->tm_hour == 0 && localtime_cont(&e)->tm_year == 0, "recursion guard");
     ContLoctSetParam(nullptr, u"on");
@@ -225,12 +213,11 @@ void *failing_grow(void *old, size_t n) { return ++grow_calls == fail_at ? nullp
 
 // A compiled zone with three switches a year since 1900: forward, offset only, back by two hours.
 TEST(ContLoct, CompiledZoneGrowsTheTableAndFindsEverySwitch) {
-  char dir[] = "/tmp/nuvclt.XXXXXX";
-  ASSERT_TRUE(mkdtemp(dir));
-  std::ofstream(S(dir) + "/many.zi") << "Rule T 1900 2040 - Mar 1 2:00 1:00 D\nRule T 1900 2040 - Jun 1 2:00 2:00 E\n"
-                                        "Rule T 1900 2040 - Oct 1 2:00 0 S\nZone Test/Many 1:00 T T%sT\n";
-  ASSERT_EQ(std::system(("zic -d " + S(dir) + " " + dir + "/many.zi").c_str()), 0);
-  in_zone((S(dir) + "/Test/Many").c_str(), [](ChildReport &r) {
+  nuvtest::ScratchDir dir;
+  nuvtest::write_file(dir / "many.zi", "Rule T 1900 2040 - Mar 1 2:00 1:00 D\nRule T 1900 2040 - Jun 1 2:00 2:00 E\n"
+                                       "Rule T 1900 2040 - Oct 1 2:00 0 S\nZone Test/Many 1:00 T T%sT\n");
+  ASSERT_EQ(nuvtest::run_command("zic -d " + dir.path + " " + (dir / "many.zi")).exit, 0);
+  in_zone((dir / "Test/Many").c_str(), [](ChildReport &r) {
     std::vector<time_t> sw = glibc_switches(-2207520000, time(nullptr) + 157680000), starts;
     r.check(ContLoctBuildTable() == 0 && cltZoneMapSize == 450 && cltZoneMap != clt_zone_map, "growth");
     for (int i = 0; i < cltZoneMapTop; ++i) {
@@ -251,7 +238,6 @@ TEST(ContLoct, CompiledZoneGrowsTheTableAndFindsEverySwitch) {
                   lines == Lines{"localtime_cont: error creating time table.\n"}, "refused growth " + std::to_string(f));
     }
   });
-  std::system(("rm -r " + S(dir)).c_str());
 }
 
 // The pure parts on generated tables and times, against gmtime_r and the tables themselves.

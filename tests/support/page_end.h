@@ -37,6 +37,10 @@ class PageEnd {
     return reinterpret_cast<const NUV_UTF16*>(place(text.c_str(), 2 * (text.size() + 1), gap));
   }
   const char* place_bytes(const std::string& text, std::size_t gap) { return place(text.c_str(), text.size() + 1, gap); }
+  // Data that ends at end<T>() ends where reading on would fault.
+  template <class T = char>
+  T* end() const { return reinterpret_cast<T*>(map_ + page_); }
+  char* guard() const { return map_ + page_; }
 
  private:
   std::size_t page_;

@@ -38,6 +38,12 @@ inline std::string after_header(const std::string& msg) {
   auto nl = msg.find('\n');
   return nl == std::string::npos ? std::string() : msg.substr(nl + 1);
 }
+inline std::vector<std::string> recorded_bodies() {
+  std::vector<std::string> out;
+  for (const auto& l : RecordingTrace::lines) out.push_back(after_header(l));
+  return out;
+}
+inline const std::string kEndLine = "--- Unicode interface ------ End of message ------";
 
 inline std::u16string u16(const char* ascii) {
   std::u16string s;

@@ -1,5 +1,5 @@
 // A scratch folder removed at the end of a test; running a command to get
-// its exit status and output; whole-file reads and writes.
+// its exit status and output (standard error apart if asked); whole-file reads and writes.
 #pragma once
 
 #include <sys/wait.h>
@@ -31,16 +31,21 @@ inline std::string read_file(const std::string& path) {
 
 struct CommandResult {
   int exit = -1;  // -1 when it did not end normally
-  std::string out;  // standard output and standard error
+  std::string out;  // standard output, and standard error unless split
+  std::string err;  // standard error when split
 };
-inline CommandResult run_command(const std::string& cmd) {
+inline CommandResult run_command(const std::string& cmd, bool split = false) {
   CommandResult r;
-  FILE* p = popen((cmd + " 2>&1").c_str(), "r");
-  if (!p) return r;
+  char errf[] = "/tmp/nuvtest.err.XXXXXX";
+  const int fd = split ? mkstemp(errf) : -1;
+  if (fd >= 0) close(fd);
+  FILE* p = popen((cmd + (fd >= 0 ? std::string(" 2>'") + errf + "'" : std::string(" 2>&1"))).c_str(), "r");
+  if (!p) return unlink(errf), r;
   char buf[4096];
   for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
   const int st = pclose(p);
   r.exit = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  if (fd >= 0) r.err = read_file(errf), unlink(errf);
   return r;
 }
 

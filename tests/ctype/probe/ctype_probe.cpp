@@ -9,6 +9,7 @@
 #include <latch>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ctype/icu_loader.h"
@@ -17,18 +18,13 @@
 namespace {
 
 NUV_CTYPE_FUNC entry(const std::string& name) {
-  if (name == "isalnum") return isalnumU;
-  if (name == "isalpha") return isalphaU;
-  if (name == "iscntrl") return iscntrlU;
-  if (name == "islower") return islowerU;
-  if (name == "isprint") return isprintU;
-  if (name == "isspace") return isspaceU;
-  if (name == "isupper") return isupperU;
-  if (name == "tolower") return tolowerU;
-  if (name == "toupper") return toupperU;
-  if (name == "isgraph") return isgraphU;
-  if (name == "ispunct") return ispunctU;
-  if (name == "isxdigit") return isxdigitU;
+  static NUV_CTYPE_FUNC graph = isgraphU, punct = ispunctU, xdigit = isxdigitU;  // plain functions
+  const std::pair<const char*, NUV_CTYPE_FUNC*> entries[] = {
+      {"isalnum", &isalnumU}, {"isalpha", &isalphaU}, {"iscntrl", &iscntrlU}, {"islower", &islowerU},
+      {"isprint", &isprintU}, {"isspace", &isspaceU}, {"isupper", &isupperU}, {"tolower", &tolowerU},
+      {"toupper", &toupperU}, {"isgraph", &graph}, {"ispunct", &punct}, {"isxdigit", &xdigit}};
+  for (const auto& [n, f] : entries)
+    if (name == n) return *f;
   return nullptr;
 }
 
