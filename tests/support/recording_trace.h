@@ -43,7 +43,6 @@ inline std::vector<std::string> recorded_bodies() {
   for (const auto& l : RecordingTrace::lines) out.push_back(after_header(l));
   return out;
 }
-inline const std::string kEndLine = "--- Unicode interface ------ End of message ------";
 
 inline std::u16string u16(const char* ascii) {
   std::u16string s;
