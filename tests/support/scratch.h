@@ -2,6 +2,8 @@
 // its exit status and output (standard error apart if asked); whole-file reads and writes.
 #pragma once
 
+#include <ftw.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,11 +15,24 @@
 
 namespace nuvtest {
 
-struct ScratchDir {
-  char tmpl[32] = "/tmp/nuvtest.XXXXXX";
-  std::string path = mkdtemp(tmpl) ? tmpl : "/nonexistent";
-  ~ScratchDir() { std::system(("rm -rf '" + path + "'").c_str()); }
-  std::string operator/(const std::string& name) const { return path + "/" + name; }
+// The one scratch folder of the test programs (one definition, so programs
+// whose files include it from different helpers agree on its layout).
+class ScratchDir {
+ public:
+  ScratchDir() {
+    char tmpl[] = "/tmp/nuvtest.XXXXXX";
+    path_ = mkdtemp(tmpl) ? tmpl : "/nonexistent";
+  }
+  ~ScratchDir() {
+    nftw(path_.c_str(), [](const char* f, const struct stat*, int, FTW*) { return ::remove(f); }, 16, FTW_DEPTH | FTW_PHYS);
+  }
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
 };
 
 inline void write_file(const std::string& path, const std::string& bytes) {
