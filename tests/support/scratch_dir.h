@@ -3,11 +3,13 @@
 #pragma once
 
 #include <ftw.h>
-#include <iconv.h>
 #include <stdlib.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
+
+#include "support/iconv_peer.h"
 
 namespace nuvtest {
 
@@ -28,13 +30,9 @@ class ScratchDir {
 };
 
 inline std::u16string utf16(const std::string& s) {
-  std::u16string out(s.size() + 1, u'\0');
-  iconv_t cd = iconv_open("UTF-16LE", "UTF-8");
-  char *in = const_cast<char*>(s.data()), *op = reinterpret_cast<char*>(out.data());
-  size_t il = s.size(), ol = out.size() * 2;
-  iconv(cd, &in, &il, &op, &ol);
-  iconv_close(cd);
-  out.resize(out.size() - ol / 2);
+  const std::string le = iconv_peer("UTF-16LE", "UTF-8", s).out;
+  std::u16string out(le.size() / 2, u'\0');
+  std::memcpy(out.data(), le.data(), 2 * out.size());
   return out;
 }
 
