@@ -44,6 +44,19 @@ struct HookRecorder {
   ~HookRecorder() { rscpSetHook_rscpe__error(nullptr); }
 };
 
+// One report as a converter's site makes it: the fixed arguments, the
+// version id, and the site's number, line (0: not checked) and message.
+inline void expect_site(const Report& rep, rscpStatus status, int32_t err, int32_t line, const char16_t* msg) {
+  EXPECT_EQ(rep.status, status);
+  EXPECT_EQ(rep.c79, 79);
+  EXPECT_EQ(rep.cMinus1, -1);
+  EXPECT_EQ(rep.id.rfind(u"$Id:", 0), 0u);
+  EXPECT_EQ(rep.err, err);
+  if (line) EXPECT_EQ(rep.line, line);
+  EXPECT_EQ(rep.msg, msg);
+  EXPECT_TRUE(rep.zeros);
+}
+
 inline std::string narrow(const std::u16string& s) {
   std::string r;
   for (char16_t c : s) r.push_back(c < 0x80 ? static_cast<char>(c) : '?');

@@ -1,33 +1,15 @@
-// A private folder under /tmp, removed with its contents; UTF-8 test text
-// as UTF-16 through glibc iconv; arrays of UTF-16 texts.
+// The scratch folder, UTF-8 test text as UTF-16 through glibc iconv, and
+// arrays of UTF-16 texts.
 #pragma once
-
-#include <ftw.h>
-#include <stdlib.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "support/iconv_peer.h"
+#include "support/scratch.h"
 
 namespace nuvtest {
-
-class ScratchDir {
- public:
-  ScratchDir() {
-    char tmpl[] = "/tmp/nuvtest.XXXXXX";
-    path_ = mkdtemp(tmpl) ? tmpl : "";
-  }
-  ~ScratchDir() {
-    nftw(path_.c_str(), [](const char* f, const struct stat*, int, FTW*) { return ::remove(f); }, 16, FTW_DEPTH | FTW_PHYS);
-  }
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
 
 inline std::u16string utf16(const std::string& s) {
   const std::string le = iconv_peer("UTF-16LE", "UTF-8", s).out;
