@@ -289,43 +289,39 @@ struct StdinSwap {
   ~StdinSwap() { stdin = saved; }
 };
 
-TEST(Gets, LinesWithoutNewlineAndEof) {
-  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, '\n', '\n', 'b'}));
-  NUV_UTF16 buf[16] = {};
-  ASSERT_EQ(getsU16(buf), buf);
-  EXPECT_EQ(std::u16string(buf), u"a\xD83D\xDE00");
-  ASSERT_EQ(getsU(buf), buf);
-  EXPECT_EQ(buf[0], 0);
-  ASSERT_EQ(getsU16(buf), buf);
-  EXPECT_EQ(std::u16string(buf), u"b");
-  buf[0] = 7;
-  EXPECT_EQ(getsU16(buf), nullptr);
-  EXPECT_EQ(buf[0], 7);
-}
+using LineReader = NUV_UTF16* (*)(NUV_UTF16*, size_t);
+const LineReader kGets = [](NUV_UTF16* b, size_t) { return getsU16(b); };
+const LineReader kGetsU = [](NUV_UTF16* b, size_t) { return getsU(b); };
 
-TEST(Gets, BoundedLeavesRestOfLine) {
-  StdinSwap in(B({'a', 'b', 'c', 'd', 'e', '\n', 'f'}));
-  NUV_UTF16 buf[4] = {7, 7, 7, 7};
-  EXPECT_EQ(gets_sU16(buf, 0), nullptr);
-  EXPECT_EQ(buf[0], 7);
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"abc");
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"de");
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"f");
-  buf[0] = 7;
-  EXPECT_EQ(gets_sU16(buf, 4), nullptr);
-  EXPECT_EQ(buf[0], 0);
-}
+// Successive calls on standard input: the reader, its capacity (0 for the
+// unbounded ones), the line it must give, or for null what the first unit is after.
+struct GetsCall {
+  LineReader read;
+  size_t size;
+  const char16_t* want;
+  NUV_UTF16 first_after_null;
+};
 
-TEST(Gets, BoundedPairWithoutRoomKeepsHighHalf) {
-  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, 'b'}));
-  NUV_UTF16 buf[3];
-  ASSERT_EQ(gets_sU16(buf, 3), buf);
-  EXPECT_EQ(std::u16string(buf), u"a\xD83D");
-  ASSERT_EQ(gets_sU16(buf, 3), buf);
-  EXPECT_EQ(std::u16string(buf), u"b");
+TEST(Gets, LinesFromStandardInput) {
+  const std::pair<std::vector<uint8_t>, std::vector<GetsCall>> rows[] = {
+      {B({'a', 0xF0, 0x9F, 0x98, 0x80, '\n', '\n', 'b'}),
+       {{kGets, 0, u"a\xD83D\xDE00", 0}, {kGetsU, 0, u"", 0}, {kGets, 0, u"b", 0}, {kGets, 0, nullptr, 7}}},
+      {B({'a', 'b', 'c', 'd', 'e', '\n', 'f'}),  // the bounded form leaves the rest of the line
+       {{gets_sU16, 0, nullptr, 7}, {gets_sU16, 4, u"abc", 0}, {gets_sU16, 4, u"de", 0}, {gets_sU16, 4, u"f", 0},
+        {gets_sU16, 4, nullptr, 0}}},
+      {B({'a', 0xF0, 0x9F, 0x98, 0x80, 'b'}), {{gets_sU16, 3, u"a\xD83D", 0}, {gets_sU16, 3, u"b", 0}}},  // a pair without room
+  };
+  for (const auto& [bytes, calls] : rows) {
+    StdinSwap in(bytes);
+    for (const GetsCall& c : calls) {
+      SCOPED_TRACE(c.size);
+      std::vector<NUV_UTF16> buf(c.size ? c.size : 16, 7);  // exactly the capacity, for the sanitizer
+      NUV_UTF16* r = c.read(buf.data(), c.size);
+      EXPECT_EQ(r, c.want ? buf.data() : nullptr);
+      if (c.want) EXPECT_EQ(std::u16string(buf.data()), c.want);
+      else EXPECT_EQ(buf[0], c.first_after_null);
+    }
+  }
 }
 
 TEST(Gets, BoundedFullAfterBadSequenceIsReported) {
