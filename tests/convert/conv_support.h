@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 
 #include <cstring>
 #include <random>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "convert/converters.h"
+#include "support/iconv_peer.h"
 
 namespace convtest {
 
@@ -44,25 +44,30 @@ struct HookRecorder {
   ~HookRecorder() { rscpSetHook_rscpe__error(nullptr); }
 };
 
+// One report as a converter's site makes it: the fixed arguments, the
+// version id, and the site's number, line (0: not checked) and message.
+inline void expect_site(const Report& rep, rscpStatus status, int32_t err, int32_t line, const char16_t* msg) {
+  EXPECT_EQ(rep.status, status);
+  EXPECT_EQ(rep.c79, 79);
+  EXPECT_EQ(rep.cMinus1, -1);
+  EXPECT_EQ(rep.id.rfind(u"$Id:", 0), 0u);
+  EXPECT_EQ(rep.err, err);
+  if (line) EXPECT_EQ(rep.line, line);
+  EXPECT_EQ(rep.msg, msg);
+  EXPECT_TRUE(rep.zeros);
+}
+
 inline std::string narrow(const std::u16string& s) {
   std::string r;
   for (char16_t c : s) r.push_back(c < 0x80 ? static_cast<char>(c) : '?');
   return r;
 }
 
-// Converts with glibc iconv; returns false on any failure.
+// Converts with glibc iconv; false on any failure.
 inline bool iconv_convert(const char* to, const char* from, const void* in, std::size_t inBytes, std::string& out) {
-  iconv_t cd = iconv_open(to, from);
-  if (cd == reinterpret_cast<iconv_t>(-1)) return false;
-  out.assign(inBytes * 4 + 16, '\0');
-  char* ip = const_cast<char*>(static_cast<const char*>(in));
-  char* op = out.data();
-  std::size_t il = inBytes, ol = out.size();
-  const std::size_t rc = iconv(cd, &ip, &il, &op, &ol);
-  iconv_close(cd);
-  if (rc == static_cast<std::size_t>(-1)) return false;
-  out.resize(out.size() - ol);
-  return true;
+  auto r = nuvtest::iconv_peer(to, from, std::string(static_cast<const char*>(in), inBytes));
+  out = std::move(r.out);
+  return r.ok;
 }
 
 template <class T>

@@ -8,7 +8,7 @@
 #include "conv_support.h"
 #include "convert/utf_simd.h"
 #include "string/scan.h"
-#include "support/guarded_page.h"
+#include "support/page_end.h"
 
 using namespace convtest;
 using nuv::rscp::UtfKernels;
@@ -171,7 +171,7 @@ TEST_P(FastPath, EveryShapeAtEveryOffset) {
 // little room, on valid and on damaged text.
 TEST_P(FastPath, ShortTextsAtPageEnds) {
   KernelScope scope(GetParam());
-  testsupport::GuardedPage src, dst;
+  nuvtest::PageEnd src, dst;
   ASSERT_TRUE(src.ok() && dst.ok());
   std::mt19937 rng(77);
   const std::string junk[] = {"\xFF", "\xC0\x80", "\xE0\x9F\xBF", "\xF4\x90\x80\x80", "\x80", "\xC3", "\xE2\x82",
@@ -188,12 +188,12 @@ TEST_P(FastPath, ShortTextsAtPageEnds) {
           u8.insert(rng() % (u8.size() + 1), junk[rng() % std::size(junk)]);
           units.insert(units.begin() + static_cast<std::ptrdiff_t>(rng() % (units.size() + 1)), lone[rng() % 4]);
         }
-        const auto* in8 = src.place(reinterpret_cast<const rscpUtf8*>(u8.data()), u8.size());
+        const auto* in8 = src.place_tail(reinterpret_cast<const rscpUtf8*>(u8.data()), u8.size());
         for (std::size_t room : {u8.size() + 40, u8.size(), units.size(), static_cast<std::size_t>(rng() % (u8.size() + 1))}) {
           const Result fast = decode_at(true, in8, u8.size(), dst.tail<char16_t>(room), room);
           expect_same(fast, decode_at(false, in8, u8.size(), dst.tail<char16_t>(room), room), what + " decode");
         }
-        const auto* in16 = src.place(units.data(), units.size());
+        const auto* in16 = src.place_tail(units.data(), units.size());
         for (std::size_t room : {3 * units.size() + 40, u8.size(), static_cast<std::size_t>(rng() % (u8.size() + 1))}) {
           const Result fast = encode_at(true, in16, units.size(), dst.tail<rscpUtf8>(room), room);
           expect_same(fast, encode_at(false, in16, units.size(), dst.tail<rscpUtf8>(room), room), what + " encode");

@@ -57,15 +57,7 @@ TEST_P(EncodeSites, ReportsOnceWithSiteAndPointers) {
   EXPECT_EQ(r.srcAt, c.srcAt);
   EXPECT_EQ(r.out, c.out);
   ASSERT_EQ(r.reports.size(), 1u);
-  const Report& rep = r.reports[0];
-  EXPECT_EQ(rep.status, c.status);
-  EXPECT_EQ(rep.c79, 79);
-  EXPECT_EQ(rep.cMinus1, -1);
-  EXPECT_EQ(rep.id.rfind(u"$Id:", 0), 0u);
-  EXPECT_EQ(rep.err, c.err);
-  if (c.line) EXPECT_EQ(rep.line, c.line);
-  EXPECT_EQ(rep.msg, c.msg);
-  EXPECT_TRUE(rep.zeros);
+  expect_site(r.reports[0], c.status, c.err, c.line, c.msg);
 }
 
 INSTANTIATE_TEST_SUITE_P(

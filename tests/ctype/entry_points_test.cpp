@@ -224,7 +224,7 @@ TEST(LoaderProcess, StartUpTracesOutputsAndStatus) {
   // Files under the looked-for names that are really this machine's ICU:
   // they open, but carry no symbols with the looked-for suffix.
   nuvtest::ScratchDir scratch;
-  const std::string real = scratch.path(), fake = NUV_FAKE_ICU_DIR;
+  const std::string real = scratch.path, fake = NUV_FAKE_ICU_DIR;
   Dl_info info{};
   ASSERT_NE(dladdr(reinterpret_cast<void*>(&u_versionToString), &info), 0);
   const std::string libdir = std::string(info.dli_fname).substr(0, std::string(info.dli_fname).rfind('/'));

@@ -23,11 +23,11 @@ TEST(Directories, ListsAsLibcDoes) {
   nuvtest::ScratchDir dir;
   for (const char* n : {"grüße.txt", "日本語", "😀 smile", "bad-\xff"}) std::ofstream(dir / n) << "x";
   std::multiset<std::u16string> libc, plain, reentrant;  // an undecodable name counts as "?"
-  DIR* d = opendir(dir.path().c_str());
+  DIR* d = opendir(dir.path.c_str());
   while (dirent64* e = readdir64(d)) libc.insert(e->d_name[4] == '\xff' ? u"?" : utf16(e->d_name));
   closedir(d);
   nuvtest::RecordingTrace trace;
-  DIR *a = opendirU16(utf16(dir.path()).c_str()), *b = opendirU16(utf16(dir.path()).c_str());
+  DIR *a = opendirU16(utf16(dir.path).c_str()), *b = opendirU16(utf16(dir.path).c_str());
   ASSERT_TRUE(a && b);
   auto* entry = new direntU16;
   direntU16* result;

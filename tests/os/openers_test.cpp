@@ -70,8 +70,8 @@ int keep_fd(FILE* f) {  // a stream's descriptor, kept as a duplicate
 
 TEST(Openers, TraceAtLevelHighShowsTheLowBytesOfTheLast80Units) {
   nuvtest::ScratchDir dir;
-  std::u16string path = utf16(dir.path() + "/" + std::string(97 - dir.path().size(), 'p')) + u"\u0141z";  // 100 units
-  ASSERT_EQ(close(open((dir / std::string(97 - dir.path().size(), 'p') + "\xC5\x81z").c_str(), O_CREAT | O_WRONLY, 0600)), 0);
+  std::u16string path = utf16(dir.path + "/" + std::string(97 - dir.path.size(), 'p')) + u"\u0141z";  // 100 units
+  ASSERT_EQ(close(open((dir / std::string(97 - dir.path.size(), 'p') + "\xC5\x81z").c_str(), O_CREAT | O_WRONLY, 0600)), 0);
   std::string tail;
   for (std::size_t i = path.size() - 80; i < path.size(); ++i) tail.push_back(static_cast<char>(path[i] & 0xFF));
   const struct {

@@ -81,7 +81,7 @@ TEST_P(PathWrapper, LibcSeesTheNarrowedPath) {
   const Row& row = kRows[std::get<0>(GetParam())];
   const Case& c = kCases[std::get<1>(GetParam())];
   nuvtest::ScratchDir dir;
-  const std::u16string arg = c.text ? c.text(dir.path()) : u"";
+  const std::u16string arg = c.text ? c.text(dir.path) : u"";
   nuvtest::RecordingTrace trace(U16_TRACE_LOW);
   {
     ostest::LibcRecorder rec;
@@ -90,7 +90,7 @@ TEST_P(PathWrapper, LibcSeesTheNarrowedPath) {
   std::optional<std::string> seen;
   for (const auto& call : ostest::LibcRecorder::calls)
     if (call.function == row.libc) seen = call.args.at(row.arg).value_or("(null)");
-  EXPECT_EQ(seen, c.seen(dir.path()));
+  EXPECT_EQ(seen, c.seen(dir.path));
   ASSERT_EQ(trace.lines.size(), c.reported ? 1u : 0u);
   if (!c.reported) return;
   const std::string site = "[flat/nlsui" + std::to_string(row.file) + " line " + std::to_string(row.line) + "]";

@@ -21,7 +21,7 @@ std::string digits(unsigned long long v) {
 TEST(TempFiles, TemplatesNamesAndRetries) {
   nuvtest::ScratchDir dir;
   char cwd[4096];
-  ASSERT_TRUE(getcwd(cwd, sizeof cwd) && chdir(dir.path().c_str()) == 0);  // templates are taken as they stand
+  ASSERT_TRUE(getcwd(cwd, sizeof cwd) && chdir(dir.path.c_str()) == 0);  // templates are taken as they stand
   const std::pair<const char*, int> rows[] = {{"tmpXXXXXX.log", 4}, {"XXXXXX", 0},   {"XXXXXXXXXXXX", 6},
                                               {"tmpXXXXX.log", 4},  {"XXXXX", 0},    {"tmpXXXXXX.log", 3},
                                               {"tmpXXXxXX", 0},     {"tmpXXXXXX", -1}, {"tmpXXXXXX", 40}};

@@ -176,15 +176,6 @@ TEST_P(StreamReaders, FreadInElements) {
   const size_t sizes[] = {1, 2, 3, 8};
   for (size_t size : sizes) {
     TempStream s(bytes, GetParam().buffering);
-    std::u16string all;
-    for (const auto& r : chars) {
-      if (r.c < 0x10000) {
-        all.push_back(static_cast<char16_t>(r.c));
-      } else {
-        all.push_back(static_cast<char16_t>(0xD800 + ((r.c - 0x10000) >> 10)));
-        all.push_back(static_cast<char16_t>(0xDC00 + (r.c & 0x3FF)));
-      }
-    }
     // Read the whole stream in blocks of 5 elements; a pair that straddles
     // the block end loses its low half, so compare with a model of that.
     std::u16string got, want;
@@ -196,16 +187,10 @@ TEST_P(StreamReaders, FreadInElements) {
       size_t total = 5 * size;
       std::u16string block;
       while (units < total && ci < chars.size()) {
-        int32_t c = chars[ci++].c;
-        if (c < 0x10000) {
-          block.push_back(static_cast<char16_t>(c));
-          ++units;
-        } else {
-          block.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
-          if (++units == total) break;
-          block.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
-          ++units;
-        }
+        const size_t before = block.size();
+        nuvtest::put_units(block, chars[ci++].c);
+        units += block.size() - before;
+        if (units > total) block.pop_back(), units = total;  // the low half is lost
       }
       ASSERT_EQ(n, units / size);
       got.append(reinterpret_cast<char16_t*>(buf.data()), units);
@@ -231,48 +216,38 @@ std::vector<uint8_t> B(std::initializer_list<int> v) {
   return o;
 }
 
-TEST(Fgets, AstralPairAndSplitAtCapacityTwo) {
-  TempStream s(B({0xF0, 0x9F, 0x98, 0x80, 'x'}));
-  NUV_UTF16 buf[4];
-  ASSERT_EQ(fgetsU16(buf, 2, s.f), buf);
-  EXPECT_EQ(buf[0], 0xD83D);
-  EXPECT_EQ(buf[1], 0);
-  ASSERT_EQ(fgetsU16(buf, 4, s.f), buf);
-  EXPECT_EQ(buf[0], u'x');
-  TempStream t(B({0xF0, 0x9F, 0x98, 0x80}));
-  ASSERT_EQ(fgetsU16(buf, 4, t.f), buf);
-  EXPECT_EQ(std::u16string(buf), u"\xD83D\xDE00");
-}
+// Successive fgetsU16 calls on one stream: the capacity of each and what it
+// must store (nullptr: the call returns null and leaves the buffer alone).
+struct LineRow {
+  std::vector<uint8_t> bytes;
+  std::vector<std::pair<int, const char16_t*>> calls;
+};
+const char16_t kZero[] = {0};
 
-TEST(Fgets, CapacityOneOrZeroReadsNothing) {
-  TempStream s(B({'a', '\n'}));
-  NUV_UTF16 buf[2] = {7, 7};
-  EXPECT_EQ(fgetsU16(buf, 1, s.f), buf);
-  EXPECT_EQ(buf[0], 0);
-  buf[0] = 7;
-  EXPECT_EQ(fgetsU16(buf, 0, s.f), buf);
-  EXPECT_EQ(buf[0], 0);
-  EXPECT_EQ(fgetcU16(s.f), 'a');
-}
-
-TEST(Fgets, BadSequencesConsumeTheirBytes) {
+TEST(Fgets, EdgeCases) {
+  const LineRow rows[] = {
+      {B({0xF0, 0x9F, 0x98, 0x80, 'x'}), {{2, u"\xD83D"}, {4, u"x"}, {4, nullptr}}},  // the low half is lost
+      {B({0xF0, 0x9F, 0x98, 0x80}), {{4, u"\xD83D\xDE00"}}},
+      {B({'a', '\n'}), {{1, kZero}, {0, kZero}, {8, u"a\n"}}},  // capacity one or zero reads nothing
+      {B({'a', 0xC0, 0x8A, 'b', 0xE0, 0x80, 0x8A, 'c'}), {{8, u"a\n"}, {8, u"b\n"}, {8, u"c"}}},  // overlong newlines
+  };
+  for (const LineRow& row : rows) {
+    TempStream s(row.bytes);
+    for (const auto& [cap, want] : row.calls) {
+      NUV_UTF16 buf[8] = {7, 7, 7, 7, 7, 7, 7, 7};
+      NUV_UTF16* r = fgetsU16(buf, cap, s.f);
+      EXPECT_EQ(r, want ? buf : nullptr) << "row " << (&row - rows) << " capacity " << cap;
+      if (want) EXPECT_EQ(std::u16string(buf, std::u16string(want).size() + 1), std::u16string(want) + u'\0');
+      else EXPECT_EQ(buf[0], 7);
+    }
+  }
+  // Bad sequences consume their bytes; an overlong zero stores a zero unit.
   TempStream s(B({0xE2, 0x41, 0xC0, 0x80, 0x80, 'z'}));
   NUV_UTF16 buf[8];
   errno = 0;
   ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
   EXPECT_EQ(errno, EILSEQ);
   EXPECT_EQ(std::u16string(buf, 4), std::u16string(u"#\0#z", 4));
-}
-
-TEST(Fgets, OverlongNewlineEndsTheLine) {
-  TempStream s(B({'a', 0xC0, 0x8A, 'b', 0xE0, 0x80, 0x8A, 'c'}));
-  NUV_UTF16 buf[8];
-  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
-  EXPECT_EQ(std::u16string(buf), u"a\n");
-  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
-  EXPECT_EQ(std::u16string(buf), u"b\n");
-  ASSERT_EQ(fgetsU16(buf, 8, s.f), buf);
-  EXPECT_EQ(std::u16string(buf), u"c");
 }
 
 TEST(Fgets, ErrorIndicatorGivesNull) {
@@ -314,43 +289,39 @@ struct StdinSwap {
   ~StdinSwap() { stdin = saved; }
 };
 
-TEST(Gets, LinesWithoutNewlineAndEof) {
-  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, '\n', '\n', 'b'}));
-  NUV_UTF16 buf[16] = {};
-  ASSERT_EQ(getsU16(buf), buf);
-  EXPECT_EQ(std::u16string(buf), u"a\xD83D\xDE00");
-  ASSERT_EQ(getsU(buf), buf);
-  EXPECT_EQ(buf[0], 0);
-  ASSERT_EQ(getsU16(buf), buf);
-  EXPECT_EQ(std::u16string(buf), u"b");
-  buf[0] = 7;
-  EXPECT_EQ(getsU16(buf), nullptr);
-  EXPECT_EQ(buf[0], 7);
-}
+using LineReader = NUV_UTF16* (*)(NUV_UTF16*, size_t);
+const LineReader kGets = [](NUV_UTF16* b, size_t) { return getsU16(b); };
+const LineReader kGetsU = [](NUV_UTF16* b, size_t) { return getsU(b); };
 
-TEST(Gets, BoundedLeavesRestOfLine) {
-  StdinSwap in(B({'a', 'b', 'c', 'd', 'e', '\n', 'f'}));
-  NUV_UTF16 buf[4] = {7, 7, 7, 7};
-  EXPECT_EQ(gets_sU16(buf, 0), nullptr);
-  EXPECT_EQ(buf[0], 7);
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"abc");
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"de");
-  ASSERT_EQ(gets_sU16(buf, 4), buf);
-  EXPECT_EQ(std::u16string(buf), u"f");
-  buf[0] = 7;
-  EXPECT_EQ(gets_sU16(buf, 4), nullptr);
-  EXPECT_EQ(buf[0], 0);
-}
+// Successive calls on standard input: the reader, its capacity (0 for the
+// unbounded ones), the line it must give, or for null what the first unit is after.
+struct GetsCall {
+  LineReader read;
+  size_t size;
+  const char16_t* want;
+  NUV_UTF16 first_after_null;
+};
 
-TEST(Gets, BoundedPairWithoutRoomKeepsHighHalf) {
-  StdinSwap in(B({'a', 0xF0, 0x9F, 0x98, 0x80, 'b'}));
-  NUV_UTF16 buf[3];
-  ASSERT_EQ(gets_sU16(buf, 3), buf);
-  EXPECT_EQ(std::u16string(buf), u"a\xD83D");
-  ASSERT_EQ(gets_sU16(buf, 3), buf);
-  EXPECT_EQ(std::u16string(buf), u"b");
+TEST(Gets, LinesFromStandardInput) {
+  const std::pair<std::vector<uint8_t>, std::vector<GetsCall>> rows[] = {
+      {B({'a', 0xF0, 0x9F, 0x98, 0x80, '\n', '\n', 'b'}),
+       {{kGets, 0, u"a\xD83D\xDE00", 0}, {kGetsU, 0, u"", 0}, {kGets, 0, u"b", 0}, {kGets, 0, nullptr, 7}}},
+      {B({'a', 'b', 'c', 'd', 'e', '\n', 'f'}),  // the bounded form leaves the rest of the line
+       {{gets_sU16, 0, nullptr, 7}, {gets_sU16, 4, u"abc", 0}, {gets_sU16, 4, u"de", 0}, {gets_sU16, 4, u"f", 0},
+        {gets_sU16, 4, nullptr, 0}}},
+      {B({'a', 0xF0, 0x9F, 0x98, 0x80, 'b'}), {{gets_sU16, 3, u"a\xD83D", 0}, {gets_sU16, 3, u"b", 0}}},  // a pair without room
+  };
+  for (const auto& [bytes, calls] : rows) {
+    StdinSwap in(bytes);
+    for (const GetsCall& c : calls) {
+      SCOPED_TRACE(c.size);
+      std::vector<NUV_UTF16> buf(c.size ? c.size : 16, 7);  // exactly the capacity, for the sanitizer
+      NUV_UTF16* r = c.read(buf.data(), c.size);
+      EXPECT_EQ(r, c.want ? buf.data() : nullptr);
+      if (c.want) EXPECT_EQ(std::u16string(buf.data()), c.want);
+      else EXPECT_EQ(buf[0], c.first_after_null);
+    }
+  }
 }
 
 TEST(Gets, BoundedFullAfterBadSequenceIsReported) {

@@ -3,7 +3,6 @@
 // writers, the fast path against its byte-by-byte reference at every buffer
 // size, and short counts when the stream fails part-way.
 #include <gtest/gtest.h>
-#include <iconv.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +17,7 @@
 #include "nuvu16.h"
 #include "stream/output.h"
 #include "string/scan.h"
+#include "support/iconv_peer.h"
 #include "support/tsan_stdio_lock.h"
 
 namespace {
@@ -35,15 +35,7 @@ std::string contents(FILE* f) {
 
 // UTF-8 of one BMP unit according to glibc's iconv.
 std::string iconv_utf8(char16_t unit) {
-  iconv_t cd = iconv_open("UTF-8", "UTF-16LE");
-  char in[2] = {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-  char out[8];
-  char* ip = in;
-  char* op = out;
-  std::size_t il = 2, ol = sizeof out;
-  const std::size_t r = iconv(cd, &ip, &il, &op, &ol);
-  iconv_close(cd);
-  return r == static_cast<std::size_t>(-1) ? std::string("?") : std::string(out, op);
+  return nuvtest::iconv_peer("UTF-8", "UTF-16LE", std::string(reinterpret_cast<const char*>(&unit), 2)).out;
 }
 
 // setvbuf ignores the size unless it is given the buffer too.

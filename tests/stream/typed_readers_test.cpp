@@ -24,58 +24,38 @@ std::vector<uint8_t> B(const std::string& s) { return {s.begin(), s.end()}; }
 
 std::u16string got(const NUV_UTF16* p, int n) { return std::u16string(reinterpret_cast<const char16_t*>(p), n); }
 
-TEST(TypedReaders, WordsSkipBlanks) {
-  TempStream s(B("  abc def"));
-  NUV_UTF16 buf[16];
-  EXPECT_EQ(fget_strU16(buf, 16, s.f, u'?'), 3);
-  EXPECT_EQ(got(buf, 4), std::u16string(u"abc\0", 4));
-  EXPECT_EQ(fget_strU(buf, 16, s.f, '?'), 3);
-  EXPECT_EQ(got(buf, 3), u"def");
-  EXPECT_EQ(fget_strU16(buf, 16, s.f, u'?'), -1);
-}
+using Reader = int (*)(NUV_UTF16*, int, FILE*, int);
+const Reader kWord16 = [](NUV_UTF16* b, int n, FILE* f, int s) { return fget_strU16(b, n, f, NUV_UTF16(s)); };
+const Reader kLine16 = [](NUV_UTF16* b, int n, FILE* f, int s) { return fget_lineU16(b, n, f, NUV_UTF16(s)); };
 
-TEST(TypedReaders, WordKeepsBadBytesAsSubstitute) {
-  TempStream s(B("ab\xff" "c "));
-  NUV_UTF16 buf[16];
-  EXPECT_EQ(fget_strU16(buf, 16, s.f, 0x3F), -2);
-  EXPECT_EQ(got(buf, 5), std::u16string(u"ab?c\0", 5));
-  // The U form passes the low 16 bits of its substitute.
-  TempStream t(B("\xe2\x41z"));
-  EXPECT_EQ(fget_strU(buf, 16, t.f, 0x12345), -2);
-  EXPECT_EQ(got(buf, 3), std::u16string(u"\x2345" u"Az"));
-  // A blank that breaks a sequence ends the word and is not stored.
-  TempStream u(B("\xc3 x"));
-  EXPECT_EQ(fget_strU16(buf, 16, u.f, u'#'), -2);
-  EXPECT_EQ(got(buf, 2), std::u16string(u"#\0", 2));
-  EXPECT_EQ(fget_strU16(buf, 16, u.f, u'#'), 1);
-}
+// Successive calls on one stream: reader, size, substitute, result, and the
+// units it must store, terminator included (empty: not checked).
+struct ReadCall {
+  Reader read;
+  int size, sub, ret;
+  std::u16string want;
+};
 
-TEST(TypedReaders, WordSmallSizesAndPairs) {
-  TempStream s(B("\xf0\x9f\x98\x80z"));
-  NUV_UTF16 buf[4] = {7, 7, 7, 7};
-  EXPECT_EQ(fget_strU16(buf, 1, s.f, u'?'), 0);
-  EXPECT_EQ(buf[0], 7);  // not even a terminator
-  EXPECT_EQ(fget_strU16(buf, 2, s.f, u'?'), 1);  // high half only, the low half is lost
-  EXPECT_EQ(buf[0], 0xD83D);
-  EXPECT_EQ(buf[1], 0);
-  EXPECT_EQ(fget_strU16(buf, 4, s.f, u'?'), 1);
-  EXPECT_EQ(buf[0], u'z');
-}
-
-TEST(TypedReaders, LinesKeepTheNewline) {
-  TempStream s(B("abcdef\nxy"));
-  NUV_UTF16 buf[16];
-  EXPECT_EQ(fget_lineU16(buf, 4, s.f, u'?'), 3);
-  EXPECT_EQ(got(buf, 3), u"abc");
-  EXPECT_EQ(fget_lineU(buf, 16, s.f, '?'), 4);
-  EXPECT_EQ(got(buf, 4), u"def\n");
-  EXPECT_EQ(fget_lineU16(buf, 16, s.f, u'?'), 2);
-  EXPECT_EQ(fget_lineU16(buf, 16, s.f, u'?'), -1);
-  // A newline that breaks a sequence is stored and ends the line.
-  TempStream t(B(" \xe2\n" "b"));
-  EXPECT_EQ(fget_lineU16(buf, 16, t.f, u'~'), -2);
-  EXPECT_EQ(got(buf, 3), u" ~\n");
-  EXPECT_EQ(fget_lineU16(buf, 16, t.f, u'~'), 1);
+TEST(TypedReaders, WordsAndLines) {
+  const std::pair<std::string, std::vector<ReadCall>> rows[] = {
+      {"  abc def", {{kWord16, 16, '?', 3, {u"abc\0", 4}}, {fget_strU, 16, '?', 3, {u"def\0", 4}}, {kWord16, 16, '?', -1, u""}}},
+      {"ab\xff" "c ", {{kWord16, 16, '?', -2, {u"ab?c\0", 5}}}},
+      {"\xe2\x41z", {{fget_strU, 16, 0x12345, -2, {u"\x2345" u"Az\0", 4}}}},  // the U form passes the low 16 bits
+      {"\xc3 x", {{kWord16, 16, '#', -2, {u"#\0", 2}}, {kWord16, 16, '#', 1, u""}}},  // the breaking blank is not stored
+      {"\xf0\x9f\x98\x80z", {{kWord16, 1, '?', 0, u""}, {kWord16, 2, '?', 1, {u"\xD83D\0", 2}}, {kWord16, 4, '?', 1, {u"z\0", 2}}}},
+      {"abcdef\nxy", {{kLine16, 4, '?', 3, {u"abc\0", 4}}, {fget_lineU, 16, '?', 4, {u"def\n\0", 5}},
+                      {kLine16, 16, '?', 2, u""}, {kLine16, 16, '?', -1, u""}}},
+      {" \xe2\n" "b", {{kLine16, 16, '~', -2, {u" ~\n\0", 4}}, {kLine16, 16, '~', 1, u""}}},  // a breaking newline is stored
+  };
+  for (const auto& [bytes, calls] : rows) {
+    TempStream s(B(bytes));
+    for (const ReadCall& c : calls) {
+      NUV_UTF16 buf[16] = {7};
+      EXPECT_EQ(c.read(buf, c.size, s.f, c.sub), c.ret) << bytes;
+      if (!c.want.empty()) EXPECT_EQ(got(buf, static_cast<int>(c.want.size())), c.want) << bytes;
+      if (c.size == 1) EXPECT_EQ(buf[0], 7) << "size 1 stores not even a terminator";
+    }
+  }
 }
 
 TEST(TypedReaders, Numbers) {

@@ -64,6 +64,16 @@ inline std::vector<RefChar> ref_decode(const std::vector<uint8_t>& in) {
   return out;
 }
 
+// A code point as UTF-16 units.
+inline void put_units(std::u16string& o, int32_t c) {
+  if (c < 0x10000) {
+    o.push_back(static_cast<char16_t>(c));
+  } else {
+    o.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+    o.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+  }
+}
+
 inline void put_utf8(std::vector<uint8_t>& o, uint32_t c) {
   if (c < 0x80) {
     o.push_back(static_cast<uint8_t>(c));

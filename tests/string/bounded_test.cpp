@@ -116,10 +116,4 @@ TEST(BoundedMemory, CountBeyondSizeZeroesTheWholeDestination) {
   EXPECT_EQ(errno, 0);  // returned, never stored
 }
 
-TEST(BoundedMemory, StrnlenNarrowTwin) {
-  EXPECT_EQ(strnlenRFB("abc", 2), 2u);
-  EXPECT_EQ(strnlenRFB("abc", 9), 3u);
-  EXPECT_EQ(strnlenRFB("abc", 0), 0u);
-}
-
 }  // namespace

@@ -1,7 +1,6 @@
 // The vector kernels against the scalar references, at every start alignment
 // and for strings that end right before block boundaries.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -10,6 +9,7 @@
 
 #include "nuvu16.h"
 #include "string/scan.h"
+#include "support/page_end.h"
 
 namespace {
 
@@ -89,12 +89,11 @@ TEST_P(ScanKernel, MemchrAndMemcmpAgreeWithReferenceOnRandomData) {
 // the block holding it would fault.
 TEST_P(ScanKernel, NeverReadsIntoTheNextPage) {
   const auto* k = GetParam().k;
-  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  auto* mem = static_cast<char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(mem, MAP_FAILED);
-  ASSERT_EQ(mprotect(mem + page, page, PROT_NONE), 0);
-  auto* units = reinterpret_cast<char16_t*>(mem);
-  const std::size_t n = page / 2;
+  nuvtest::PageEnd mem;
+  ASSERT_TRUE(mem.ok());
+  auto* end = mem.end<char16_t>();
+  const std::size_t n = static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) / 2;
+  char16_t* units = end - n;
   for (std::size_t i = 0; i < n; ++i) units[i] = u'x';
   units[n - 1] = 0;
   for (std::size_t start : {std::size_t(0), n - 1, n - 2, n - 5, n - 17, n - 64, n - 200}) {
@@ -104,7 +103,6 @@ TEST_P(ScanKernel, NeverReadsIntoTheNextPage) {
     EXPECT_EQ(k->strchrnul(units + start, u'y'), units + n - 1);
     EXPECT_EQ(k->memchr(units + start, u'y', n - start), nullptr);
   }
-  munmap(mem, 2 * page);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, ScanKernel, ::testing::ValuesIn(variants()),

@@ -1,5 +1,5 @@
-// A readable page followed by one the process cannot read: bytes placed at
-// its end show that a kernel never loads past the end of its input.
+// A readable, writable page followed by one the process can neither read nor
+// write: data placed at its end shows any access past it as a fault.
 #pragma once
 
 #include <sys/mman.h>
@@ -37,6 +37,11 @@ class PageEnd {
     return reinterpret_cast<const NUV_UTF16*>(place(text.c_str(), 2 * (text.size() + 1), gap));
   }
   const char* place_bytes(const std::string& text, std::size_t gap) { return place(text.c_str(), text.size() + 1, gap); }
+  // Room for n items of T that ends at the unreadable page, and n items copied there.
+  template <class T>
+  T* tail(std::size_t n) const { return end<T>() - n; }
+  template <class T>
+  T* place_tail(const T* data, std::size_t n) { return reinterpret_cast<T*>(place(static_cast<const void*>(data), n * sizeof(T), 0)); }
   // Data that ends at end<T>() ends where reading on would fault.
   template <class T = char>
   T* end() const { return reinterpret_cast<T*>(map_ + page_); }

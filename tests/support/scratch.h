@@ -17,22 +17,21 @@ namespace nuvtest {
 
 // The one scratch folder of the test programs (one definition, so programs
 // whose files include it from different helpers agree on its layout).
-class ScratchDir {
- public:
-  ScratchDir() {
-    char tmpl[] = "/tmp/nuvtest.XXXXXX";
-    path_ = mkdtemp(tmpl) ? tmpl : "/nonexistent";
-  }
-  ~ScratchDir() {
-    nftw(path_.c_str(), [](const char* f, const struct stat*, int, FTW*) { return ::remove(f); }, 16, FTW_DEPTH | FTW_PHYS);
-  }
+struct ScratchDir {
+  const std::string path = make();
+  ScratchDir() = default;
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  ~ScratchDir() {
+    nftw(path.c_str(), [](const char* f, const struct stat*, int, FTW*) { return ::remove(f); }, 16, FTW_DEPTH | FTW_PHYS);
+  }
+  std::string operator/(const std::string& name) const { return path + "/" + name; }
 
  private:
-  std::string path_;
+  static std::string make() {
+    char tmpl[] = "/tmp/nuvtest.XXXXXX";
+    return mkdtemp(tmpl) ? tmpl : "/nonexistent";
+  }
 };
 
 inline void write_file(const std::string& path, const std::string& bytes) {

@@ -1,25 +1,20 @@
-// The scratch folder (scratch.h); UTF-8 test text as UTF-16 through glibc
-// iconv; arrays of UTF-16 texts.
+// The scratch folder, UTF-8 test text as UTF-16 through glibc iconv, and
+// arrays of UTF-16 texts.
 #pragma once
 
-#include <iconv.h>
-#include <stdlib.h>
-
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "support/iconv_peer.h"
 #include "support/scratch.h"
 
 namespace nuvtest {
 
 inline std::u16string utf16(const std::string& s) {
-  std::u16string out(s.size() + 1, u'\0');
-  iconv_t cd = iconv_open("UTF-16LE", "UTF-8");
-  char *in = const_cast<char*>(s.data()), *op = reinterpret_cast<char*>(out.data());
-  size_t il = s.size(), ol = out.size() * 2;
-  iconv(cd, &in, &il, &op, &ol);
-  iconv_close(cd);
-  out.resize(out.size() - ol / 2);
+  const std::string le = iconv_peer("UTF-16LE", "UTF-8", s).out;
+  std::u16string out(le.size() / 2, u'\0');
+  std::memcpy(out.data(), le.data(), 2 * out.size());
   return out;
 }
 
