@@ -23,6 +23,9 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
                                 long double value);
 
 namespace nuv {
+// Digits of v in base 2..36 written backwards ending at `end` (decimal by
+// pairs from one table); returns the first digit.  At most 64 units.
+NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end);
 // snprintf(out, size, "%.*<sym>", precision, value) for finite doubles and
 // f F e E g G, without the C library; -1 when not covered or not fitting.
 int format_double_fast(char* out, std::size_t size, char sym, int precision, double value);
@@ -35,11 +38,19 @@ void OutputConversion_toString(OutputConversion* c);
 
 inline constexpr uint64_t kUnlimited = ~uint64_t{0};
 
+// A file stream gathers the pieces of a call here and hands them to the
+// FILE buffer in one write.  Pieces holding a surrogate bypass it, since the
+// block writer turns the rest of one write into '#' after a surrogate.
+inline constexpr uint32_t kPendingUnits = 256;
+
 struct OutputStream {
   FILE* file;         // non-null: a file stream
   NUV_UTF16* buffer;  // the caller's buffer; null with an unlimited limit only counts
   uint64_t written;   // units so far
   uint64_t limit;     // capacity including the NUL; kUnlimited: no bound
+  uint32_t pending;   // file: gathered units not yet written
+  uint32_t loud;      // file: a gathered piece whose failure is the call's failure
+  NUV_UTF16 pend[kPendingUnits];
 };
 
 void OutputStreamCtor(OutputStream* s, FILE* file, NUV_UTF16* buffer, uint64_t limit);
@@ -48,6 +59,9 @@ inline int OutputStream_isFileOutputStream(const OutputStream* s) { return s->fi
 inline uint64_t OutputStream_getWrittenChars(const OutputStream* s) { return s->written; }
 
 // File halves of the writes (stream/output through the UTF-16 writers).
+// Writes the gathered units: 0, or -1 when a piece that reports its own
+// failure could not be written.
+int OutputStream_flushPending(OutputStream* s);
 int OutputStream_fileWriteSingleChar(OutputStream* s, NUV_UTF16 unit);
 int OutputStream_fileWriteMultipleChar(OutputStream* s, NUV_UTF16 unit, int count);
 int OutputStream_fileWriteString(OutputStream* s, const NUV_UTF16* text, long length);

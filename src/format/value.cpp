@@ -20,6 +20,44 @@ constexpr std::size_t kInlineBytes = sizeof(NUV_UTF16) * kInlineTextUnits;  // 2
 constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
 constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
+// Room for `units` units (terminator included): inline when it fits, else
+// malloc.  Null after a failed allocation, which has been reported.
+NUV_UTF16* text_room(OutputConversionSpec* spec, std::size_t units, int line) {
+  if (units * sizeof(NUV_UTF16) <= kInlineBytes) return spec->text = spec->inlineText;
+  auto* p = static_cast<NUV_UTF16*>(std::malloc(units * sizeof(NUV_UTF16)));
+  if (!p) {
+    u16_malloc_error(src::kEngineName, src::kOutCS, line);
+    spec->text = spec->inlineText;
+    spec->inlineText[0] = 0;
+    spec->length = 0;
+    return nullptr;
+  }
+  return spec->text = p;
+}
+
+void set_ascii(OutputConversionSpec* spec, const char* text) {
+  std::size_t n = 0;
+  for (; text[n]; ++n) spec->inlineText[n] = static_cast<NUV_UTF16>(text[n]);
+  spec->inlineText[n] = 0;
+  spec->text = spec->inlineText;
+  spec->length = static_cast<int32_t>(n);
+}
+
+// The stack buffer may hold the narrow floating text only when these hold;
+// the limits keep the largest output of each precision band below 336 bytes.
+constexpr std::size_t kNarrowStack = 336;
+
+bool fixed_fits_stack(int precision, long double value) {
+  if (precision <= 16) return value <= 1e305L;
+  if (precision <= 40) return value < 1e280L;
+  if (precision <= 291) return value < 1e40L;
+  return false;
+}
+
+}  // namespace
+
+namespace nuv {
+
 // Pairs "00".."99" for the decimal path.
 struct DigitPairs {
   char16_t d[200];
@@ -77,43 +115,6 @@ NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
   }
 }
 
-// Room for `units` units (terminator included): inline when it fits, else
-// malloc.  Null after a failed allocation, which has been reported.
-NUV_UTF16* text_room(OutputConversionSpec* spec, std::size_t units, int line) {
-  if (units * sizeof(NUV_UTF16) <= kInlineBytes) return spec->text = spec->inlineText;
-  auto* p = static_cast<NUV_UTF16*>(std::malloc(units * sizeof(NUV_UTF16)));
-  if (!p) {
-    u16_malloc_error(src::kEngineName, src::kOutCS, line);
-    spec->text = spec->inlineText;
-    spec->inlineText[0] = 0;
-    spec->length = 0;
-    return nullptr;
-  }
-  return spec->text = p;
-}
-
-void set_ascii(OutputConversionSpec* spec, const char* text) {
-  std::size_t n = 0;
-  for (; text[n]; ++n) spec->inlineText[n] = static_cast<NUV_UTF16>(text[n]);
-  spec->inlineText[n] = 0;
-  spec->text = spec->inlineText;
-  spec->length = static_cast<int32_t>(n);
-}
-
-// The stack buffer may hold the narrow floating text only when these hold;
-// the limits keep the largest output of each precision band below 336 bytes.
-constexpr std::size_t kNarrowStack = 336;
-
-bool fixed_fits_stack(int precision, long double value) {
-  if (precision <= 16) return value <= 1e305L;
-  if (precision <= 40) return value < 1e280L;
-  if (precision <= 291) return value < 1e40L;
-  return false;
-}
-
-}  // namespace
-
-namespace nuv {
 
 // The C library's text for "%.*<sym>" of a finite double, produced by the
 // shortest exact-rounding routine of the C++ library instead: the same
@@ -211,7 +212,7 @@ int OutputConversionSpec_itoa__(OutputConversionSpec* spec, uint64_t magnitude, 
   }
   NUV_UTF16 tmp[66];
   NUV_UTF16* end = tmp + 66;
-  NUV_UTF16* first = digits_backwards(magnitude, base, upperCase != 0, end);
+  NUV_UTF16* first = nuv::digits_backwards(magnitude, base, upperCase != 0, end);
   const std::size_t digits = static_cast<std::size_t>(end - first);
   std::size_t zeros = 0;
   if (spec->symbol != 'o') {
