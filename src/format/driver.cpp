@@ -1,5 +1,7 @@
 // The format driver: literal runs are copied as they stand, each directive
 // is parsed, converted and written; then the buffer is terminated.
+#include <emmintrin.h>
+
 #include <cerrno>
 
 #include "common/nuv_internal.h"
@@ -21,10 +23,46 @@ void OutputStreamXtor(OutputStream*) {}
 
 namespace {
 
-inline bool has_surrogate(const NUV_UTF16* t, long n) {
-  unsigned acc = 0;
-  for (long i = 0; i < n; ++i) acc |= static_cast<unsigned>((t[i] & 0xF800) == 0xD800);
-  return acc != 0;
+// Whether one of four units in a word is a surrogate: a lane of
+// (u & 0xF800) ^ 0xD800 is zero.
+inline bool word_has_surrogate(uint64_t w) {
+  const uint64_t y = (w & 0xF800F800F800F800u) ^ 0xD800D800D800D800u;
+  return ((y - 0x0001000100010001u) & ~y & 0x8000800080008000u) != 0;
+}
+
+// Copies n units to d; true when one of them is a surrogate.  Eight units a
+// step with SSE2 (always there on x86-64); short and last pieces overlap.
+inline bool copy_seeing_surrogates(NUV_UTF16* d, const NUV_UTF16* t, long n) {
+  if (n >= 8) {
+    const __m128i base = _mm_set1_epi16(static_cast<short>(0xD800));
+    const __m128i span = _mm_set1_epi16(0x7FF);
+    __m128i hit = _mm_setzero_si128();
+    auto step = [&](long i) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
+      // u - 0xD800 at most 0x7FF (unsigned) marks a surrogate.
+      hit = _mm_or_si128(hit, _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(v, base), span), _mm_setzero_si128()));
+    };
+    long i = 0;
+    for (; i + 8 <= n; i += 8) step(i);
+    if (i < n) step(n - 8);
+    return _mm_movemask_epi8(hit) != 0;
+  }
+  if (n >= 4) {
+    uint64_t a, b;
+    std::memcpy(&a, t, 8);
+    std::memcpy(&b, t + n - 4, 8);
+    std::memcpy(d, &a, 8);
+    std::memcpy(d + n - 4, &b, 8);
+    return word_has_surrogate(a) || word_has_surrogate(b);
+  }
+  unsigned hit = 0;
+  for (long i = 0; i < n; ++i) {
+    const NUV_UTF16 u = nuv::unit_at(t + i);
+    d[i] = u;
+    hit |= static_cast<unsigned>((u & 0xF800) == 0xD800);
+  }
+  return hit != 0;
 }
 
 inline void gather(OutputStream* s, const NUV_UTF16* t, uint32_t n, uint32_t loud) {
@@ -82,16 +120,17 @@ int OutputStream_fileWriteMultipleChar(OutputStream* s, NUV_UTF16 unit, int coun
 int OutputStream_fileWriteString(OutputStream* s, const NUV_UTF16* text, long length) {
   if (length == 1 && text[0] == 0) return 0;
   if (length <= 0) return 0;
-  const bool plain = length <= static_cast<long>(kPendingUnits) && !has_surrogate(text, length);
-  if (plain && static_cast<uint32_t>(length) <= kPendingUnits - s->pending) {
-    gather(s, text, static_cast<uint32_t>(length), 1);
-    return static_cast<int>(length);
+  if (length <= static_cast<long>(kPendingUnits)) {
+    if (static_cast<uint32_t>(length) > kPendingUnits - s->pending && OutputStream_flushPending(s) < 0) return -1;
+    // Copied first, taken only when it holds no surrogate.
+    if (!copy_seeing_surrogates(s->pend + s->pending, text, length)) {
+      s->pending += static_cast<uint32_t>(length);
+      s->loud = 1;
+      s->written += static_cast<uint64_t>(length);
+      return static_cast<int>(length);
+    }
   }
   if (OutputStream_flushPending(s) < 0) return -1;
-  if (plain) {
-    gather(s, text, static_cast<uint32_t>(length), 1);
-    return static_cast<int>(length);
-  }
   if (u16_fwriteU16(text, 1, static_cast<size_t>(length), s->file, nullptr) != static_cast<size_t>(length))
     return -1;
   s->written += static_cast<uint64_t>(length);
