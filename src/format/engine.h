@@ -26,8 +26,12 @@ namespace nuv {
 // Digits of v in base 2..36 written backwards ending at `end` (decimal by
 // pairs from one table); returns the first digit.  At most 64 units.
 NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end);
-// snprintf(out, size, "%.*<sym>", precision, value) for finite doubles and
-// f F e E g G, without the C library; -1 when not covered or not fitting.
+// snprintf(out, size, "%[#].*<sym>", precision, value) for a finite double
+// and f F e E g G with '.' as the radix, from the exact decimal expansion:
+// the length of the whole text (written only as far as size allows, NUL
+// included when it fits), or -1 for another symbol or a non-finite value.
+long format_double_exact(char* out, std::size_t size, char sym, long precision, bool alt, double value);
+// The same without '#', and -1 also when the text does not fit.
 int format_double_fast(char* out, std::size_t size, char sym, int precision, double value);
 }  // namespace nuv
 

@@ -3,7 +3,6 @@
 // values go through the C library's narrow printf and are widened.
 #include <langinfo.h>
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -178,27 +177,15 @@ int fixed_small(char* out, std::size_t size, int precision, double value) {
 }  // namespace
 
 int format_double_fast(char* out, std::size_t size, char sym, int precision, double value) {
-  std::chars_format f;
-  switch (sym) {
-    case 'f': case 'F': f = std::chars_format::fixed; break;
-    case 'e': case 'E': f = std::chars_format::scientific; break;
-    case 'g': case 'G': f = std::chars_format::general; break;
-    default: return -1;
-  }
   if (!std::isfinite(value)) return -1;
   const char* radix = nl_langinfo(RADIXCHAR);
   if (radix[0] != '.' || radix[1] != 0) return -1;
-  if (f == std::chars_format::fixed && precision <= 9) {
+  if ((sym == 'f' || sym == 'F') && precision <= 9) {
     const int n = fixed_small(out, size, precision, value);
     if (n >= 0) return n;
   }
-  const auto r = std::to_chars(out, out + size, value, f, precision);
-  if (r.ec != std::errc()) return -1;
-  const int len = static_cast<int>(r.ptr - out);
-  if (sym == 'E' || sym == 'G')
-    for (int i = 0; i < len; ++i)
-      if (out[i] == 'e') out[i] = 'E';
-  return len;
+  const long n = format_double_exact(out, size, sym, precision, false, value);
+  return n >= 0 && static_cast<std::size_t>(n) < size ? static_cast<int>(n) : -1;
 }
 
 }  // namespace nuv
@@ -249,22 +236,40 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
   std::size_t size = sizeof stack;
   const NUV_UTF16 sym = spec->symbol;
   const bool fixed = sym == 'f' || sym == 'F';
-  if (fixed ? !fixed_fits_stack(precision, value) : precision > 320) {
-    size = static_cast<std::size_t>(precision) + (fixed ? 640 : 16);
-    narrow = static_cast<char*>(std::malloc(size));
-    if (!narrow) {
-      u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
-      set_ascii(spec, "");
-      return -1;
-    }
-  }
   int len = -1;
-  if (narrow == stack && !isLongDouble && !alternativeForm)
-    len = nuv::format_double_fast(stack, sizeof stack - 1, static_cast<char>(sym), precision,
-                                  static_cast<double>(value));
-  if (len < 0)
+  const char* radix = nl_langinfo(RADIXCHAR);
+  if (!isLongDouble && sym != 'a' && sym != 'A' && std::isfinite(value) && radix[0] == '.' && radix[1] == 0) {
+    // A double's digits are ours; the buffer grows to the text when needed.
+    if (fixed && precision <= 9 && !alternativeForm) len = nuv::fixed_small(stack, sizeof stack, precision, static_cast<double>(value));
+    if (len < 0) {
+      const long need = nuv::format_double_exact(stack, sizeof stack, static_cast<char>(sym), precision,
+                                                 alternativeForm != 0, static_cast<double>(value));
+      if (need >= static_cast<long>(sizeof stack)) {
+        size = static_cast<std::size_t>(need) + 1;
+        narrow = static_cast<char*>(std::malloc(size));
+        if (!narrow) {
+          u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
+          set_ascii(spec, "");
+          return -1;
+        }
+        nuv::format_double_exact(narrow, size, static_cast<char>(sym), precision, alternativeForm != 0,
+                                 static_cast<double>(value));
+      }
+      len = static_cast<int>(need);
+    }
+  } else {
+    if (fixed ? !fixed_fits_stack(precision, value) : precision > 320) {
+      size = static_cast<std::size_t>(precision) + (fixed ? 640 : 16);
+      narrow = static_cast<char*>(std::malloc(size));
+      if (!narrow) {
+        u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
+        set_ascii(spec, "");
+        return -1;
+      }
+    }
     len = isLongDouble ? std::snprintf(narrow, size, format, precision, value)
                        : std::snprintf(narrow, size, format, precision, static_cast<double>(value));
+  }
   if (len < 0) len = 0;
   if (static_cast<std::size_t>(len) >= size) {
     if (nuv::load_relaxed(u16_trace_level) != 0)
