@@ -69,6 +69,41 @@ int exact_digits(uint64_t m, int e, char* out, int* scale) {
   return static_cast<int>(o - out);
 }
 
+// The leading digits of m * 2^e for -124 <= e <= 10 (below 2^64), in the
+// form exact_digits gives, with 128-bit arithmetic: the integer part, then
+// fraction digits one multiplication by ten each.  It stops once it has
+// `sig` significant digits or `frac` fraction digits; *sticky tells whether
+// nonzero digits were left.
+int leading_digits(uint64_t m, int e, int sig, int frac, char* out, int* scale, bool* sticky) {
+  using u128 = unsigned __int128;
+  int len = 0;
+  *scale = 0;
+  if (e >= 0) {
+    len = exact_digits(m, e, out, scale);
+    *sticky = false;
+    return len;
+  }
+  const int k = -e;
+  const uint64_t ip = k >= 64 ? 0 : m >> k;
+  const u128 mask = (static_cast<u128>(1) << k) - 1;
+  u128 f = static_cast<u128>(m) & mask;
+  if (ip) {
+    char tmp[20];
+    int t = 0;
+    for (uint64_t v = ip; v; v /= 10) tmp[t++] = static_cast<char>('0' + v % 10);
+    while (t) out[len++] = tmp[--t];
+  }
+  while (f && len < sig && *scale < frac) {
+    f *= 10;
+    const int digit = static_cast<int>(f >> k);
+    f &= mask;
+    ++*scale;
+    if (len || digit) out[len++] = static_cast<char>('0' + digit);
+  }
+  *sticky = f != 0;
+  return len;
+}
+
 // The first `keep` digits of d (length len, implicit zeros after it),
 // rounded half to even on what follows.  The kept digits are d[0..rlen)
 // followed by zeros; *carried is set when rounding turned them into 1 and
@@ -80,7 +115,9 @@ struct Rounded {
   bool carried;
 };
 
-Rounded round_digits(char* d, int len, int keep) {
+// `sticky`: nonzero digits follow d that were not produced; the producer
+// always gives at least keep + 1 digits then.
+Rounded round_digits(char* d, int len, int keep, bool sticky = false) {
   if (keep >= len) return {d, len, keep, false};
   if (keep < 0) return {d, 0, 0, false};
   bool up = false;
@@ -88,7 +125,7 @@ Rounded round_digits(char* d, int len, int keep) {
   if (r > '5') {
     up = true;
   } else if (r == '5') {
-    bool rest = false;
+    bool rest = sticky;
     for (int i = keep + 1; i < len && !rest; ++i) rest = d[i] != '0';
     up = rest || (keep > 0 && ((d[keep - 1] - '0') & 1));
   }
@@ -125,8 +162,8 @@ void write_exponent(Writer& w, char e, int x) {
 }
 
 // %.Pe: rounded to P + 1 significant digits.
-void write_e(Writer& w, char* d, int len, int x, long p, bool alt, bool strip, char e) {
-  Rounded r = len ? round_digits(d, len, static_cast<int>(p + 1 > kMaxDigits ? kMaxDigits + 1 : p + 1))
+void write_e(Writer& w, char* d, int len, bool sticky, int x, long p, bool alt, bool strip, char e) {
+  Rounded r = len ? round_digits(d, len, static_cast<int>(p + 1 > kMaxDigits ? kMaxDigits + 1 : p + 1), sticky)
                   : Rounded{d, 0, 0, false};
   if (r.carried) ++x;
   if (!len) x = 0;
@@ -142,10 +179,10 @@ void write_e(Writer& w, char* d, int len, int x, long p, bool alt, bool strip, c
 
 // %.Pf: the digits at or above 10^-P.  d holds the integer whose value is
 // scaled by 10^-scale.
-void write_f(Writer& w, char* d, int len, int scale, long p, bool alt, bool strip) {
+void write_f(Writer& w, char* d, int len, bool sticky, int scale, long p, bool alt, bool strip) {
   const long keepl = static_cast<long>(len) - scale + p;
   // Every digit kept: the rest up to 10^-P are zeros.
-  const Rounded r = keepl > len ? Rounded{d, len, len, false} : round_digits(d, len, static_cast<int>(keepl));
+  const Rounded r = keepl > len ? Rounded{d, len, len, false} : round_digits(d, len, static_cast<int>(keepl), sticky);
   // Digits of the rounded value scaled by 10^-P.
   const long total = keepl > len ? keepl : r.total;
   const long intDigits = total - p;
@@ -181,7 +218,13 @@ long format_double_exact(char* out, std::size_t size, char sym, long precision, 
   if (precision < 0) precision = 6;
   char d[kMaxDigits + 2];
   int len = 0, scale = 0;
-  if (m) {
+  bool sticky = false;
+  const bool fixed = sym == 'f' || sym == 'F';
+  if (m && e >= -124 && e <= 10 && precision <= 40) {
+    // Enough digits for any cut these forms make, the rest as one bit.
+    const int p = static_cast<int>(precision);
+    len = leading_digits(m, e, fixed ? kMaxDigits : p + 2, fixed ? p + 1 : kMaxDigits, d, &scale, &sticky);
+  } else if (m) {
     const int tz = __builtin_ctzll(m);
     // Trailing zero bits of m are powers of two taken out of 5^-e's work.
     const int shift = e < 0 ? (tz < -e ? tz : -e) : 0;
@@ -194,11 +237,11 @@ long format_double_exact(char* out, std::size_t size, char sym, long precision, 
   switch (sym) {
     case 'f':
     case 'F':
-      write_f(w, d, len, scale, precision, alt, false);
+      write_f(w, d, len, sticky, scale, precision, alt, false);
       break;
     case 'e':
     case 'E':
-      write_e(w, d, len, x, precision, alt, false, echar);
+      write_e(w, d, len, sticky, x, precision, alt, false, echar);
       break;
     case 'g':
     case 'G': {
@@ -208,15 +251,15 @@ long format_double_exact(char* out, std::size_t size, char sym, long precision, 
       if (len) {
         char probe[kMaxDigits + 2];
         std::memcpy(probe, d, static_cast<std::size_t>(len));
-        carried = round_digits(probe, len, static_cast<int>(p > kMaxDigits ? kMaxDigits + 1 : p)).carried;
+        carried = round_digits(probe, len, static_cast<int>(p > kMaxDigits ? kMaxDigits + 1 : p), sticky).carried;
         xr = x + (carried ? 1 : 0);
       }
-      if (p > xr && xr >= -4) write_f(w, d, len, scale, p - 1 - xr, alt, !alt);
+      if (p > xr && xr >= -4) write_f(w, d, len, sticky, scale, p - 1 - xr, alt, !alt);
       // A value whose fixed form had no fraction digits and that rounds up
       // into the exponent form keeps none there either ("%#.2g" of 99.5 is
       // "1.e+02").
-      else if (carried && x == p - 1) write_e(w, d, len, x, 0, alt, !alt, echar);
-      else write_e(w, d, len, x, p - 1, alt, !alt, echar);
+      else if (carried && x == p - 1) write_e(w, d, len, sticky, x, 0, alt, !alt, echar);
+      else write_e(w, d, len, sticky, x, p - 1, alt, !alt, echar);
       break;
     }
     default:
