@@ -178,6 +178,15 @@ namespace {
 
 const NUV_UTF16 kNullText[] = u"(null)";
 
+inline int decimal_digits(uint64_t v) {
+  for (int n = 1;; n += 4, v /= 10000) {
+    if (v < 10) return n;
+    if (v < 100) return n + 1;
+    if (v < 1000) return n + 2;
+    if (v < 10000) return n + 3;
+  }
+}
+
 // %d %i %u %x %X %s, with or without l or ll, and with no flags, width or
 // precision: nothing pads, so the text goes straight to the sink without the
 // parse objects.  Returns the units consumed after the '%' (and the write's
@@ -194,16 +203,31 @@ int plain_directive(const NUV_UTF16* p, OutputStream* out, std::va_list* args, i
   NUV_UTF16* first;
   switch (p[i]) {
     case 'd':
-    case 'i': {
-      const int64_t v = wide ? va_arg(*args, int64_t) : va_arg(*args, int);
-      const uint64_t mag = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+    case 'i':
+    case 'u': {
+      uint64_t mag;
+      bool negative = false;
+      if (p[i] == 'u') {
+        mag = wide ? va_arg(*args, uint64_t) : va_arg(*args, unsigned);
+      } else {
+        const int64_t v = wide ? va_arg(*args, int64_t) : va_arg(*args, int);
+        negative = v < 0;
+        mag = negative ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+      }
+      if (!out->file && out->buffer && out->limit - out->written > 21) {
+        // Room for any number: the digits go straight to the caller's buffer.
+        NUV_UTF16* d = out->buffer + out->written;
+        const int n = decimal_digits(mag) + negative;
+        nuv::digits_backwards(mag, 10, false, d + n);
+        if (negative) d[0] = '-';
+        out->written += static_cast<uint64_t>(n);
+        *result = n;
+        return i + 1;
+      }
       first = nuv::digits_backwards(mag, 10, false, end);
-      if (v < 0) *--first = '-';
+      if (negative) *--first = '-';
       break;
     }
-    case 'u':
-      first = nuv::digits_backwards(wide ? va_arg(*args, uint64_t) : va_arg(*args, unsigned), 10, false, end);
-      break;
     case 'x':
     case 'X':
       first = nuv::digits_backwards(wide ? va_arg(*args, uint64_t) : va_arg(*args, unsigned), 16, p[i] == 'X', end);

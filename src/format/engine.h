@@ -23,9 +23,66 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
                                 long double value);
 
 namespace nuv {
+inline constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
 // Digits of v in base 2..36 written backwards ending at `end` (decimal by
 // pairs from one table); returns the first digit.  At most 64 units.
-NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end);
+// Pairs "00".."99" for the decimal path.
+struct DigitPairs {
+  char16_t d[200];
+  constexpr DigitPairs() : d() {
+    for (int i = 0; i < 100; ++i) {
+      d[2 * i] = static_cast<char16_t>('0' + i / 10);
+      d[2 * i + 1] = static_cast<char16_t>('0' + i % 10);
+    }
+  }
+};
+inline constexpr DigitPairs kPairs;
+
+inline NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
+  NUV_UTF16* p = end;
+  switch (base) {
+    case 10:
+      while (v >= 100) {
+        const unsigned r = static_cast<unsigned>(v % 100);
+        v /= 100;
+        p -= 2;
+        p[0] = kPairs.d[2 * r];
+        p[1] = kPairs.d[2 * r + 1];
+      }
+      if (v >= 10) {
+        p -= 2;
+        p[0] = kPairs.d[2 * v];
+        p[1] = kPairs.d[2 * v + 1];
+      } else {
+        *--p = static_cast<NUV_UTF16>('0' + v);
+      }
+      return p;
+    case 16: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v & 15]);
+        v >>= 4;
+      } while (v);
+      return p;
+    }
+    case 8:
+      do {
+        *--p = static_cast<NUV_UTF16>('0' + (v & 7));
+        v >>= 3;
+      } while (v);
+      return p;
+    default: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v % static_cast<unsigned>(base)]);
+        v /= static_cast<unsigned>(base);
+      } while (v);
+      return p;
+    }
+  }
+}
 // snprintf(out, size, "%[#].*<sym>", precision, value) for a finite double
 // and f F e E g G with '.' as the radix, from the exact decimal expansion:
 // the length of the whole text (written only as far as size allows, NUL

@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::size_t kInlineBytes = sizeof(NUV_UTF16) * kInlineTextUnits;  // 2,050
 
-constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
-constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 // Room for `units` units (terminator included): inline when it fits, else
 // malloc.  Null after a failed allocation, which has been reported.
@@ -56,64 +54,6 @@ bool fixed_fits_stack(int precision, long double value) {
 }  // namespace
 
 namespace nuv {
-
-// Pairs "00".."99" for the decimal path.
-struct DigitPairs {
-  char16_t d[200];
-  constexpr DigitPairs() : d() {
-    for (int i = 0; i < 100; ++i) {
-      d[2 * i] = static_cast<char16_t>('0' + i / 10);
-      d[2 * i + 1] = static_cast<char16_t>('0' + i % 10);
-    }
-  }
-};
-constexpr DigitPairs kPairs;
-
-// Digits of v written backwards ending at `end`; returns the first digit.
-NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
-  NUV_UTF16* p = end;
-  switch (base) {
-    case 10:
-      while (v >= 100) {
-        const unsigned r = static_cast<unsigned>(v % 100);
-        v /= 100;
-        p -= 2;
-        p[0] = kPairs.d[2 * r];
-        p[1] = kPairs.d[2 * r + 1];
-      }
-      if (v >= 10) {
-        p -= 2;
-        p[0] = kPairs.d[2 * v];
-        p[1] = kPairs.d[2 * v + 1];
-      } else {
-        *--p = static_cast<NUV_UTF16>('0' + v);
-      }
-      return p;
-    case 16: {
-      const char* digits = upper ? kUpperDigits : kLowerDigits;
-      do {
-        *--p = static_cast<NUV_UTF16>(digits[v & 15]);
-        v >>= 4;
-      } while (v);
-      return p;
-    }
-    case 8:
-      do {
-        *--p = static_cast<NUV_UTF16>('0' + (v & 7));
-        v >>= 3;
-      } while (v);
-      return p;
-    default: {
-      const char* digits = upper ? kUpperDigits : kLowerDigits;
-      do {
-        *--p = static_cast<NUV_UTF16>(digits[v % static_cast<unsigned>(base)]);
-        v /= static_cast<unsigned>(base);
-      } while (v);
-      return p;
-    }
-  }
-}
-
 
 // The C library's text for "%.*<sym>" of a finite double, produced by the
 // shortest exact-rounding routine of the C++ library instead: the same
