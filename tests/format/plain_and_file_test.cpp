@@ -42,35 +42,19 @@ TEST(PlainDirectives, MatchGlibcWholeAndCut) {
     char16_t got[128], cut[128];
     int w = 0, r = 0, k = 0;
     const std::u16string f16 = widen(fmt);
+    // The same call on both sides, with the argument in the directive's type.
+    auto run = [&](const std::string& narrow, auto ours, auto theirs) {
+      w = std::snprintf(want, sizeof want, narrow.c_str(), theirs);
+      r = sprintfU16(got, f16.c_str(), ours);
+      k = snprintfU16(cut, limit, f16.c_str(), ours);
+    };
+    const bool null = g() % 8 == 0;  // a null string prints "(null)"
     switch (p.kind) {
-      case 'i':
-        w = std::snprintf(want, sizeof want, fmt.c_str(), static_cast<int>(v));
-        r = sprintfU16(got, f16.c_str(), static_cast<int>(v));
-        k = snprintfU16(cut, limit, f16.c_str(), static_cast<int>(v));
-        break;
-      case 'l':
-        w = std::snprintf(want, sizeof want, fmt.c_str(), static_cast<long long>(v));
-        r = sprintfU16(got, f16.c_str(), static_cast<long long>(v));
-        k = snprintfU16(cut, limit, f16.c_str(), static_cast<long long>(v));
-        break;
-      case 'u':
-        w = std::snprintf(want, sizeof want, fmt.c_str(), static_cast<unsigned>(v));
-        r = sprintfU16(got, f16.c_str(), static_cast<unsigned>(v));
-        k = snprintfU16(cut, limit, f16.c_str(), static_cast<unsigned>(v));
-        break;
-      case 'U':
-        w = std::snprintf(want, sizeof want, fmt.c_str(), static_cast<unsigned long long>(v));
-        r = sprintfU16(got, f16.c_str(), static_cast<unsigned long long>(v));
-        k = snprintfU16(cut, limit, f16.c_str(), static_cast<unsigned long long>(v));
-        break;
-      default: {
-        // A null string prints "(null)", one time in eight.
-        const bool null = g() % 8 == 0;
-        w = std::snprintf(want, sizeof want, (pre + "%s" + post).c_str(), null ? "(null)" : text.c_str());
-        const char16_t* arg = null ? nullptr : text16.c_str();
-        r = sprintfU16(got, f16.c_str(), arg);
-        k = snprintfU16(cut, limit, f16.c_str(), arg);
-      }
+      case 'i': run(fmt, static_cast<int>(v), static_cast<int>(v)); break;
+      case 'l': run(fmt, static_cast<long long>(v), static_cast<long long>(v)); break;
+      case 'u': run(fmt, static_cast<unsigned>(v), static_cast<unsigned>(v)); break;
+      case 'U': run(fmt, static_cast<unsigned long long>(v), static_cast<unsigned long long>(v)); break;
+      default: run(pre + "%s" + post, null ? nullptr : text16.c_str(), null ? "(null)" : text.c_str());
     }
     ASSERT_EQ(std::u16string(got), widen(want)) << fmt << " " << v;
     ASSERT_EQ(r, w) << fmt;
