@@ -1,6 +1,7 @@
 // One directive's value: fetched, converted to bare UTF-16 text, then written
-// with sign, prefix and padding.  Integers are converted here; floating
-// values go through the C library's narrow printf and are widened.
+// with sign, prefix and padding.  Integers are converted here; a double's
+// %e %f %g text comes from float_text.cpp, the rest of the floating forms
+// from the C library's narrow printf, and is widened.
 #include <langinfo.h>
 
 #include <cmath>
@@ -55,11 +56,6 @@ bool fixed_fits_stack(int precision, long double value) {
 
 namespace nuv {
 
-// The C library's text for "%.*<sym>" of a finite double, produced by the
-// shortest exact-rounding routine of the C++ library instead: the same
-// digits (both round the exact binary value, ties to even) at a fraction of
-// the cost.  Only without '#' and with '.' as the radix; returns the length,
-// or -1 when the text does not fit or the case is not covered.
 namespace {
 
 // %.Nf for N <= 9 by exact integer arithmetic: value = m * 2^e, so
