@@ -1,7 +1,10 @@
 // printf over UTF-16 and UTF-16 text written to UTF-8 files: ours beside
-// ICU's u_snprintf / u_fputs / u_file_write and glibc's swprintf / fputws,
-// with glibc's narrow snprintf / fputs / fwrite as the upper reference.
+// {fmt}'s format_to into a char16_t buffer, ICU's u_snprintf / u_fputs /
+// u_file_write and glibc's swprintf / fputws, with glibc's narrow
+// snprintf / fputs / fwrite as the upper reference.
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
+#include <fmt/xchar.h>
 #include <unicode/ustdio.h>
 #include <unicode/ustring.h>
 
@@ -9,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <cstdlib>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -44,16 +48,51 @@ UChar g_outicu[1024];
 wchar_t g_outw[1024];
 char g_out8[1024];
 
-void sprintf_ours(benchmark::State& st) {
+
+// {fmt} with the equivalent replacement fields, NUL-terminated like ours.
+std::u16string lit_fmt() {
+  std::u16string s = kLit16;
+  s.replace(s.size() - 2, 2, u"{}");
+  return s;
+}
+const std::u16string kLitFmt = lit_fmt();
+
+char16_t g_outfmt[1024];
+
+int fmt_case(int id) {
+  char16_t* end = g_outfmt;
+  switch (id) {
+    case kInt: end = fmt::format_to(g_outfmt, u"{}", 1234567); break;
+    case kMixed: end = fmt::format_to(g_outfmt, u"{}: {} items at {:.2f}", u"widgets", 42, 3.14159); break;
+    case kHexStrExp: end = fmt::format_to(g_outfmt, u"{:08x}|{:<10}|{:5.1e}", 0xbeefu, u"name", 12345.678); break;
+    case kLong: end = fmt::format_to(g_outfmt, std::u16string_view(kLitFmt), 42); break;
+  }
+  *end = 0;
+  return static_cast<int>(end - g_outfmt);
+}
+
+int ours_case(int id) {
+  switch (id) {
+    case kInt: return snprintfU16(g_out16, 1024, u"%d", 1234567);
+    case kMixed: return snprintfU16(g_out16, 1024, u"%s: %d items at %.2f", u"widgets", 42, 3.14159);
+    case kHexStrExp: return snprintfU16(g_out16, 1024, u"%08x|%-10s|%5.1e", 0xbeefu, u"name", 12345.678);
+    case kLong: return snprintfU16(g_out16, 1024, kLit16.c_str(), 42);
+  }
+  return -1;
+}
+
+// Both sides must produce the same text before either is timed.
+void check_same(benchmark::State& st) {
+  const int a = ours_case(static_cast<int>(st.range(0)));
+  const int b = fmt_case(static_cast<int>(st.range(0)));
+  if (a != b || std::u16string(g_out16) != std::u16string(g_outfmt)) st.SkipWithError("ours and {fmt} differ");
+}
+
+void sprintf_fmt(benchmark::State& st) {
+  check_same(st);
+  const int id = static_cast<int>(st.range(0));
   for (auto _ : st) {
-    int r = 0;
-    switch (st.range(0)) {
-      case kInt: r = snprintfU16(g_out16, 1024, u"%d", 1234567); break;
-      case kMixed: r = snprintfU16(g_out16, 1024, u"%s: %d items at %.2f", u"widgets", 42, 3.14159); break;
-      case kHexStrExp: r = snprintfU16(g_out16, 1024, u"%08x|%-10s|%5.1e", 0xbeefu, u"name", 12345.678); break;
-      case kLong: r = snprintfU16(g_out16, 1024, kLit16.c_str(), 42); break;
-    }
-    benchmark::DoNotOptimize(r);
+    benchmark::DoNotOptimize(fmt_case(id));
     benchmark::ClobberMemory();
   }
 }
@@ -69,6 +108,14 @@ void sprintf_icu(benchmark::State& st) {
       case kLong: r = u_snprintf_u(g_outicu, 1024, reinterpret_cast<const UChar*>(lit.c_str()), 42); break;
     }
     benchmark::DoNotOptimize(r);
+    benchmark::ClobberMemory();
+  }
+}
+
+void sprintf_ours(benchmark::State& st) {
+  const int id = static_cast<int>(st.range(0));
+  for (auto _ : st) {
+    benchmark::DoNotOptimize(ours_case(id));
     benchmark::ClobberMemory();
   }
 }
@@ -106,6 +153,7 @@ void Formats(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(sprintf_ours)->Name("sprintf/ours")->Apply(Formats);
+BENCHMARK(sprintf_fmt)->Name("sprintf/fmt")->Apply(Formats);
 BENCHMARK(sprintf_icu)->Name("sprintf/icu")->Apply(Formats);
 BENCHMARK(sprintf_glibc_wide)->Name("sprintf/glibc_wide")->Apply(Formats);
 BENCHMARK(sprintf_glibc)->Name("sprintf/glibc")->Apply(Formats);
@@ -133,6 +181,37 @@ void fprintf_glibc(benchmark::State& st) {
   for (auto _ : st) benchmark::DoNotOptimize(std::fprintf(f, "%s: %d items at %.2f\n", "widgets", 42, 3.14159));
   std::fclose(f);
 }
+// A typical log line to a real file, rewound now and then to bound its size.
+constexpr int kRewind = 1 << 16;
+std::string log_path() { return "/tmp/nuv_format_log_" + std::to_string(getpid()); }
+
+void fprintf_log_ours(benchmark::State& st) {
+  FILE* f = std::fopen(log_path().c_str(), "w");
+  int n = 0;
+  for (auto _ : st) {
+    if (++n == kRewind) n = 0, std::rewind(f);
+    benchmark::DoNotOptimize(fprintfU16(f, u"%s %s[%d]: request %u from %s took %.3f ms, status %d\n",
+                                        u"2026-11-23T18:59:07Z", u"httpd", 4242, 918273u, u"10.1.2.3",
+                                        12.3456, 200));
+  }
+  std::fclose(f);
+  std::remove(log_path().c_str());
+}
+void fprintf_log_glibc(benchmark::State& st) {
+  FILE* f = std::fopen(log_path().c_str(), "w");
+  int n = 0;
+  for (auto _ : st) {
+    if (++n == kRewind) n = 0, std::rewind(f);
+    benchmark::DoNotOptimize(std::fprintf(f, "%s %s[%d]: request %u from %s took %.3f ms, status %d\n",
+                                          "2026-11-23T18:59:07Z", "httpd", 4242, 918273u, "10.1.2.3", 12.3456,
+                                          200));
+  }
+  std::fclose(f);
+  std::remove(log_path().c_str());
+}
+BENCHMARK(fprintf_log_ours)->Name("fprintf/ours/logline");
+BENCHMARK(fprintf_log_glibc)->Name("fprintf/glibc/logline");
+
 BENCHMARK(fprintf_ours)->Name("fprintf/ours/mixed");
 BENCHMARK(fprintf_icu)->Name("fprintf/icu/mixed");
 BENCHMARK(fprintf_glibc_wide)->Name("fprintf/glibc_wide/mixed");

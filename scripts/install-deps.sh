@@ -5,7 +5,7 @@ set -euo pipefail
 
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
-for pkg in cmake ninja-build g++ clang libclang-rt-dev googletest libgtest-dev libbenchmark-dev libicu-dev \
+for pkg in cmake ninja-build g++ clang libclang-rt-dev googletest libgtest-dev libbenchmark-dev libfmt-dev libicu-dev \
            pkg-config binutils locales python3 tzdata cssc dpkg-dev gzip gcovr \
            libnss-wrapper libtirpc3 libtirpc-dev netbase; do
   have_pkg "$pkg" || need+=("$pkg")

@@ -23,8 +23,72 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
                                 long double value);
 
 namespace nuv {
-// snprintf(out, size, "%.*<sym>", precision, value) for finite doubles and
-// f F e E g G, without the C library; -1 when not covered or not fitting.
+inline constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+inline constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+// Digits of v in base 2..36 written backwards ending at `end` (decimal by
+// pairs from one table); returns the first digit.  At most 64 units.
+// Pairs "00".."99" for the decimal path.
+struct DigitPairs {
+  char16_t d[200];
+  constexpr DigitPairs() : d() {
+    for (int i = 0; i < 100; ++i) {
+      d[2 * i] = static_cast<char16_t>('0' + i / 10);
+      d[2 * i + 1] = static_cast<char16_t>('0' + i % 10);
+    }
+  }
+};
+inline constexpr DigitPairs kPairs;
+
+inline NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
+  NUV_UTF16* p = end;
+  switch (base) {
+    case 10:
+      while (v >= 100) {
+        const unsigned r = static_cast<unsigned>(v % 100);
+        v /= 100;
+        p -= 2;
+        p[0] = kPairs.d[2 * r];
+        p[1] = kPairs.d[2 * r + 1];
+      }
+      if (v >= 10) {
+        p -= 2;
+        p[0] = kPairs.d[2 * v];
+        p[1] = kPairs.d[2 * v + 1];
+      } else {
+        *--p = static_cast<NUV_UTF16>('0' + v);
+      }
+      return p;
+    case 16: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v & 15]);
+        v >>= 4;
+      } while (v);
+      return p;
+    }
+    case 8:
+      do {
+        *--p = static_cast<NUV_UTF16>('0' + (v & 7));
+        v >>= 3;
+      } while (v);
+      return p;
+    default: {
+      const char* digits = upper ? kUpperDigits : kLowerDigits;
+      do {
+        *--p = static_cast<NUV_UTF16>(digits[v % static_cast<unsigned>(base)]);
+        v /= static_cast<unsigned>(base);
+      } while (v);
+      return p;
+    }
+  }
+}
+// snprintf(out, size, "%[#].*<sym>", precision, value) for a finite double
+// and f F e E g G with '.' as the radix, from the exact decimal expansion:
+// the length of the whole text (written only as far as size allows, NUL
+// included when it fits), or -1 for another symbol or a non-finite value.
+long format_double_exact(char* out, std::size_t size, char sym, long precision, bool alt, double value);
+// The same without '#', and -1 also when the text does not fit.
 int format_double_fast(char* out, std::size_t size, char sym, int precision, double value);
 }  // namespace nuv
 
@@ -35,11 +99,19 @@ void OutputConversion_toString(OutputConversion* c);
 
 inline constexpr uint64_t kUnlimited = ~uint64_t{0};
 
+// A file stream gathers the pieces of a call here and hands them to the
+// FILE buffer in one write.  Pieces holding a surrogate bypass it, since the
+// block writer turns the rest of one write into '#' after a surrogate.
+inline constexpr uint32_t kPendingUnits = 256;
+
 struct OutputStream {
   FILE* file;         // non-null: a file stream
   NUV_UTF16* buffer;  // the caller's buffer; null with an unlimited limit only counts
   uint64_t written;   // units so far
   uint64_t limit;     // capacity including the NUL; kUnlimited: no bound
+  uint32_t pending;   // file: gathered units not yet written
+  uint32_t loud;      // file: a gathered piece whose failure is the call's failure
+  NUV_UTF16 pend[kPendingUnits];
 };
 
 void OutputStreamCtor(OutputStream* s, FILE* file, NUV_UTF16* buffer, uint64_t limit);
@@ -48,6 +120,9 @@ inline int OutputStream_isFileOutputStream(const OutputStream* s) { return s->fi
 inline uint64_t OutputStream_getWrittenChars(const OutputStream* s) { return s->written; }
 
 // File halves of the writes (stream/output through the UTF-16 writers).
+// Writes the gathered units: 0, or -1 when a piece that reports its own
+// failure could not be written.
+int OutputStream_flushPending(OutputStream* s);
 int OutputStream_fileWriteSingleChar(OutputStream* s, NUV_UTF16 unit);
 int OutputStream_fileWriteMultipleChar(OutputStream* s, NUV_UTF16 unit, int count);
 int OutputStream_fileWriteString(OutputStream* s, const NUV_UTF16* text, long length);

@@ -1,9 +1,9 @@
 // One directive's value: fetched, converted to bare UTF-16 text, then written
-// with sign, prefix and padding.  Integers are converted here; floating
-// values go through the C library's narrow printf and are widened.
+// with sign, prefix and padding.  Integers are converted here; a double's
+// %e %f %g text comes from float_text.cpp, the rest of the floating forms
+// from the C library's narrow printf, and is widened.
 #include <langinfo.h>
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -17,65 +17,6 @@ namespace {
 
 constexpr std::size_t kInlineBytes = sizeof(NUV_UTF16) * kInlineTextUnits;  // 2,050
 
-constexpr char kLowerDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
-constexpr char kUpperDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-
-// Pairs "00".."99" for the decimal path.
-struct DigitPairs {
-  char16_t d[200];
-  constexpr DigitPairs() : d() {
-    for (int i = 0; i < 100; ++i) {
-      d[2 * i] = static_cast<char16_t>('0' + i / 10);
-      d[2 * i + 1] = static_cast<char16_t>('0' + i % 10);
-    }
-  }
-};
-constexpr DigitPairs kPairs;
-
-// Digits of v written backwards ending at `end`; returns the first digit.
-NUV_UTF16* digits_backwards(uint64_t v, int base, bool upper, NUV_UTF16* end) {
-  NUV_UTF16* p = end;
-  switch (base) {
-    case 10:
-      while (v >= 100) {
-        const unsigned r = static_cast<unsigned>(v % 100);
-        v /= 100;
-        p -= 2;
-        p[0] = kPairs.d[2 * r];
-        p[1] = kPairs.d[2 * r + 1];
-      }
-      if (v >= 10) {
-        p -= 2;
-        p[0] = kPairs.d[2 * v];
-        p[1] = kPairs.d[2 * v + 1];
-      } else {
-        *--p = static_cast<NUV_UTF16>('0' + v);
-      }
-      return p;
-    case 16: {
-      const char* digits = upper ? kUpperDigits : kLowerDigits;
-      do {
-        *--p = static_cast<NUV_UTF16>(digits[v & 15]);
-        v >>= 4;
-      } while (v);
-      return p;
-    }
-    case 8:
-      do {
-        *--p = static_cast<NUV_UTF16>('0' + (v & 7));
-        v >>= 3;
-      } while (v);
-      return p;
-    default: {
-      const char* digits = upper ? kUpperDigits : kLowerDigits;
-      do {
-        *--p = static_cast<NUV_UTF16>(digits[v % static_cast<unsigned>(base)]);
-        v /= static_cast<unsigned>(base);
-      } while (v);
-      return p;
-    }
-  }
-}
 
 // Room for `units` units (terminator included): inline when it fits, else
 // malloc.  Null after a failed allocation, which has been reported.
@@ -115,11 +56,6 @@ bool fixed_fits_stack(int precision, long double value) {
 
 namespace nuv {
 
-// The C library's text for "%.*<sym>" of a finite double, produced by the
-// shortest exact-rounding routine of the C++ library instead: the same
-// digits (both round the exact binary value, ties to even) at a fraction of
-// the cost.  Only without '#' and with '.' as the radix; returns the length,
-// or -1 when the text does not fit or the case is not covered.
 namespace {
 
 // %.Nf for N <= 9 by exact integer arithmetic: value = m * 2^e, so
@@ -177,27 +113,15 @@ int fixed_small(char* out, std::size_t size, int precision, double value) {
 }  // namespace
 
 int format_double_fast(char* out, std::size_t size, char sym, int precision, double value) {
-  std::chars_format f;
-  switch (sym) {
-    case 'f': case 'F': f = std::chars_format::fixed; break;
-    case 'e': case 'E': f = std::chars_format::scientific; break;
-    case 'g': case 'G': f = std::chars_format::general; break;
-    default: return -1;
-  }
   if (!std::isfinite(value)) return -1;
   const char* radix = nl_langinfo(RADIXCHAR);
   if (radix[0] != '.' || radix[1] != 0) return -1;
-  if (f == std::chars_format::fixed && precision <= 9) {
+  if ((sym == 'f' || sym == 'F') && precision <= 9) {
     const int n = fixed_small(out, size, precision, value);
     if (n >= 0) return n;
   }
-  const auto r = std::to_chars(out, out + size, value, f, precision);
-  if (r.ec != std::errc()) return -1;
-  const int len = static_cast<int>(r.ptr - out);
-  if (sym == 'E' || sym == 'G')
-    for (int i = 0; i < len; ++i)
-      if (out[i] == 'e') out[i] = 'E';
-  return len;
+  const long n = format_double_exact(out, size, sym, precision, false, value);
+  return n >= 0 && static_cast<std::size_t>(n) < size ? static_cast<int>(n) : -1;
 }
 
 }  // namespace nuv
@@ -211,7 +135,7 @@ int OutputConversionSpec_itoa__(OutputConversionSpec* spec, uint64_t magnitude, 
   }
   NUV_UTF16 tmp[66];
   NUV_UTF16* end = tmp + 66;
-  NUV_UTF16* first = digits_backwards(magnitude, base, upperCase != 0, end);
+  NUV_UTF16* first = nuv::digits_backwards(magnitude, base, upperCase != 0, end);
   const std::size_t digits = static_cast<std::size_t>(end - first);
   std::size_t zeros = 0;
   if (spec->symbol != 'o') {
@@ -248,22 +172,40 @@ int OutputConversionSpec_dtoa__(OutputConversionSpec* spec, int isLongDouble, in
   std::size_t size = sizeof stack;
   const NUV_UTF16 sym = spec->symbol;
   const bool fixed = sym == 'f' || sym == 'F';
-  if (fixed ? !fixed_fits_stack(precision, value) : precision > 320) {
-    size = static_cast<std::size_t>(precision) + (fixed ? 640 : 16);
-    narrow = static_cast<char*>(std::malloc(size));
-    if (!narrow) {
-      u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
-      set_ascii(spec, "");
-      return -1;
-    }
-  }
   int len = -1;
-  if (narrow == stack && !isLongDouble && !alternativeForm)
-    len = nuv::format_double_fast(stack, sizeof stack - 1, static_cast<char>(sym), precision,
-                                  static_cast<double>(value));
-  if (len < 0)
+  const char* radix = nl_langinfo(RADIXCHAR);
+  if (!isLongDouble && sym != 'a' && sym != 'A' && std::isfinite(value) && radix[0] == '.' && radix[1] == 0) {
+    // A double's digits are ours; the buffer grows to the text when needed.
+    if (fixed && precision <= 9 && !alternativeForm) len = nuv::fixed_small(stack, sizeof stack, precision, static_cast<double>(value));
+    if (len < 0) {
+      const long need = nuv::format_double_exact(stack, sizeof stack, static_cast<char>(sym), precision,
+                                                 alternativeForm != 0, static_cast<double>(value));
+      if (need >= static_cast<long>(sizeof stack)) {
+        size = static_cast<std::size_t>(need) + 1;
+        narrow = static_cast<char*>(std::malloc(size));
+        if (!narrow) {
+          u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
+          set_ascii(spec, "");
+          return -1;
+        }
+        nuv::format_double_exact(narrow, size, static_cast<char>(sym), precision, alternativeForm != 0,
+                                 static_cast<double>(value));
+      }
+      len = static_cast<int>(need);
+    }
+  } else {
+    if (fixed ? !fixed_fits_stack(precision, value) : precision > 320) {
+      size = static_cast<std::size_t>(precision) + (fixed ? 640 : 16);
+      narrow = static_cast<char*>(std::malloc(size));
+      if (!narrow) {
+        u16_malloc_error(src::kEngineName, src::kOutCS, fixed ? src::kFixedBufferAllocLine : src::kOtherBufferAllocLine);
+        set_ascii(spec, "");
+        return -1;
+      }
+    }
     len = isLongDouble ? std::snprintf(narrow, size, format, precision, value)
                        : std::snprintf(narrow, size, format, precision, static_cast<double>(value));
+  }
   if (len < 0) len = 0;
   if (static_cast<std::size_t>(len) >= size) {
     if (nuv::load_relaxed(u16_trace_level) != 0)
