@@ -148,7 +148,7 @@ inline __m256i three_byte_forms(__m256i u) {
 // 16-bit lane gets its first two bytes in one register and its third in
 // another; interleaving the two gives 32-bit lanes of four units per half,
 // each four packed by one table entry.  Stores at most 52 bytes past out.
-__attribute__((always_inline)) inline unsigned encode16_mixed(__m256i v, unsigned char* d) {
+inline unsigned encode16_mixed(__m256i v, unsigned char* d) {
   const __m256i six = _mm256_set1_epi16(0x3F), cont = _mm256_set1_epi16(0x80);
   const __m256i ascii = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80))),
                                            _mm256_setzero_si256());
