@@ -511,40 +511,6 @@ void utf8_to_utf16_avx2(const rscpUtf8** sp, const rscpUtf8* se, NUV_UTF16** dp,
 // ---- UTF-16 -> UTF-8 ------------------------------------------------------
 // Units are built in 16- or 32-bit lanes in their one- to three-byte forms
 // and packed by the shared tables (utf8_pack_avx2.h).
-// Three-byte forms of the units in 32-bit lanes (lead byte lowest).
-inline __m256i three_byte_forms(__m256i u) {
-  const __m256i cont = _mm256_set1_epi32(0x80), six = _mm256_set1_epi32(0x3F);
-  return _mm256_or_si256(
-      _mm256_or_si256(_mm256_or_si256(_mm256_set1_epi32(0xE0), _mm256_srli_epi32(u, 12)),
-                      _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(_mm256_srli_epi32(u, 6), six)), 8)),
-      _mm256_slli_epi32(_mm256_or_si256(cont, _mm256_and_si256(u, six)), 16));
-}
-
-// Sixteen units without surrogates, 64 bytes of room; returns the bytes
-// written.
-__attribute__((always_inline)) inline unsigned encode_plain16(const __m256i v, rscpUtf8* d) {
-  alignas(16) static constexpr uint8_t kPack3[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
-  const __m256i pack3 = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kPack3)));
-  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xFF80)))) {  // ASCII
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
-    return 16;
-  }
-  const __m256i below800 = _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))),
-                                              _mm256_setzero_si256());
-  if (_mm256_testz_si256(below800, below800)) {  // all three-byte forms
-    const __m256i a = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v))), pack3);
-    const __m256i b = _mm256_shuffle_epi8(three_byte_forms(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1))), pack3);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(a));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 12), _mm256_extracti128_si256(a, 1));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 24), _mm256_castsi256_si128(b));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 36), _mm256_extracti128_si256(b, 1));
-    return 48;
-  }
-  if (_mm256_testz_si256(v, _mm256_set1_epi16(static_cast<short>(0xF800))))  // all below 0x800
-    return encode16_short(v, d);
-  const unsigned n = encode8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), d);
-  return n + encode8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), d + n);
-}
 
 // Eight units in 32-bit lanes to their bytes: one- to three-byte forms, and
 // two bytes for each half of a surrogate pair (the low half takes two bits
@@ -686,7 +652,7 @@ void long_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
     const unsigned surMask = static_cast<unsigned>(_mm256_movemask_epi8(sur));
     const unsigned take = surMask ? static_cast<unsigned>(__builtin_ctz(surMask)) / 2 : 16;
     if (take == 16) {
-      d += encode_plain16(v, d);
+      d += encode16(v, d);
       s += 16;
       continue;
     }
@@ -777,7 +743,7 @@ void tiny_utf16_to_utf8(const NUV_UTF16** sp, const NUV_UTF16* se, rscpUtf8** dp
                                            _mm256_set1_epi16(static_cast<short>(0xD800)));
     Encoded e{16, 0};
     if (_mm256_testz_si256(sur, sur))
-      e.bytes = encode_plain16(v[k], d);
+      e.bytes = encode16(v[k], d);
     else if (e = encode16_narrow_pairs(v[k], d); !e.units)
       e = encode_pairs16(v[k], d);
     if (e.units == 0) break;  // a lone surrogate: the scalar code takes it from here
