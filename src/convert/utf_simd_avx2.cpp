@@ -212,6 +212,22 @@ __attribute__((always_inline)) inline Walked pack_lanes(__m256i val, unsigned em
   return {consumed, static_cast<unsigned>(__builtin_popcount(emit))};
 }
 
+// Four-byte forms over the other lanes: the high surrogate where the lead
+// is two bytes back (b2), the low one where it is three back (b3).
+__attribute__((always_inline)) inline __m256i with_pairs(__m256i val, __m256i b1, __m256i b2, __m256i b3, __m256i low6) {
+  const __m256i k3f = _mm256_set1_epi16(0x3F);
+  const auto ge = [](__m256i v, short c) { return _mm256_cmpgt_epi16(v, _mm256_set1_epi16(static_cast<short>(c - 1))); };
+  const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
+                                                         _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
+                                         _mm256_srli_epi16(low6, 4));
+  val = _mm256_blendv_epi8(val, _mm256_add_epi16(hiBits, _mm256_set1_epi16(static_cast<short>(0xD7C0))), ge(b2, 0xF0));
+  return _mm256_blendv_epi8(
+      val,
+      _mm256_or_si256(_mm256_set1_epi16(static_cast<short>(0xDC00)),
+                      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0xF)), 6), low6)),
+      ge(b3, 0xF0));
+}
+
 __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64_t e, uint64_t h, NUV_UTF16* d,
                                                        __m256i three) {
   if (static_cast<uint32_t>(h) == 0 && (e & 1)) {  // 32 bytes of ASCII (shorter runs go by 16-byte steps)
@@ -267,15 +283,7 @@ __attribute__((always_inline)) inline Walked walk_step(const rscpUtf8* w, uint64
   // end no character are not kept.
   __m256i val = _mm256_blendv_epi8(b0, two, ge(b1, 0xC0));
   val = _mm256_blendv_epi8(val, _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b2, 12), mid6), low6), ge(b2, 0xE0));
-  const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
-                                                         _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
-                                         _mm256_srli_epi16(low6, 4));
-  val = _mm256_blendv_epi8(val, _mm256_add_epi16(hiBits, _mm256_set1_epi16(static_cast<short>(0xD7C0))), ge(b2, 0xF0));
-  val = _mm256_blendv_epi8(
-      val,
-      _mm256_or_si256(_mm256_set1_epi16(static_cast<short>(0xDC00)),
-                      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0xF)), 6), low6)),
-      ge(b3, 0xF0));
+  val = with_pairs(val, b1, b2, b3, low6);
   const unsigned lead4 = static_cast<unsigned>(
       _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(x, _mm_set1_epi8(static_cast<char>(0xF0))), _mm_set1_epi8(static_cast<char>(0xF0)))));
   return pack_lanes(val, ends | lead4 << 2, consumed, d);
@@ -306,15 +314,7 @@ __attribute__((always_inline)) inline unsigned chunk16(__m128i x0, __m128i x1, _
   const unsigned third = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(x2, kF0), kF0)));
   const unsigned emit = static_cast<unsigned>((e | (third & (e >> 1))) & 0xFFFF);
   const __m256i b3 = _mm256_cvtepu8_epi16(x3);
-  const __m256i hiBits = _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b2, _mm256_set1_epi16(7)), 8),
-                                                         _mm256_slli_epi16(_mm256_and_si256(b1, k3f), 2)),
-                                         _mm256_srli_epi16(low6, 4));
-  val = _mm256_blendv_epi8(val, _mm256_add_epi16(hiBits, _mm256_set1_epi16(static_cast<short>(0xD7C0))), ge(b2, 0xF0));
-  val = _mm256_blendv_epi8(
-      val,
-      _mm256_or_si256(_mm256_set1_epi16(static_cast<short>(0xDC00)),
-                      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b1, _mm256_set1_epi16(0xF)), 6), low6)),
-      ge(b3, 0xF0));
+  val = with_pairs(val, b1, b2, b3, low6);
   return pack_lanes(val, emit, 16, d).produced;
 }
 
