@@ -271,6 +271,44 @@ std::size_t Utf8n_To_U16_Whole(NUV_UTF16* dest, std::size_t destLen, const char*
   return utf8n_to_u16<true>(dest, destLen, src, srcLen, errCount, substChar);
 }
 
+namespace {
+
+// Sixteen bytes at s widened into dest; the mask of those at or above 0x80.
+inline unsigned widen16(NUV_UTF16* dest, const unsigned char* s) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest), _mm_unpacklo_epi8(v, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dest + 8), _mm_unpackhi_epi8(v, zero));
+  return static_cast<unsigned>(_mm_movemask_epi8(v));
+}
+
+}  // namespace
+
+std::size_t Ascii_To_U16n(NUV_UTF16* dest, const char* src, std::size_t len) {
+  const auto* s = reinterpret_cast<const unsigned char*>(src);
+  // The length is known, so whole blocks are read only inside the text; the
+  // last block overlaps the one before rather than going byte by byte.
+  if (len < 16) {
+    std::size_t i = 0;
+    for (; i < len && s[i] < 0x80; ++i) dest[i] = s[i];
+    return i;
+  }
+  std::size_t i = 0;
+  for (; i + 32 <= len; i += 32) {
+    const unsigned high = widen16(dest + i, s + i) | widen16(dest + i + 16, s + i + 16) << 16;
+    if (high) return i + static_cast<unsigned>(__builtin_ctz(high));
+  }
+  if (i + 16 <= len) {
+    if (const unsigned high = widen16(dest + i, s + i)) return i + static_cast<unsigned>(__builtin_ctz(high));
+    i += 16;
+  }
+  if (i < len) {
+    const std::size_t at = len - 16;
+    if (const unsigned high = widen16(dest + at, s + at) >> (i - at)) return i + static_cast<unsigned>(__builtin_ctz(high));
+  }
+  return len;
+}
+
 std::size_t Utf8s_To_U16(NUV_UTF16* dest, const char* src, std::size_t destLen) {
   if (dest && destLen == 0) return 0;
   const auto* s = reinterpret_cast<const unsigned char*>(src);

@@ -24,6 +24,10 @@ std::size_t U16n_To_Utf8n_U16(char* dest, std::size_t destSize, const NUV_UTF16*
 // Returns the bytes written without the terminator.
 std::size_t U16s_To_Utf8s_Narrow(char* dest, const NUV_UTF16* src, std::size_t destSize, bool pairs, bool* cut);
 
+// Widens the leading bytes below 0x80 of src[0..len) (no terminator needed)
+// into dest; returns how many were widened.
+std::size_t Ascii_To_U16n(NUV_UTF16* dest, const char* src, std::size_t len);
+
 // Counted UTF-8 source; srcLen == (size_t)-1 means zero-terminated (the
 // terminator is converted and counted).  A null dest or destLen 0 counts
 // only.  Without errCount a bad sequence writes a 0 unit, sets EILSEQ and

@@ -71,11 +71,17 @@ long widen_caller(NUV_UTF16* buf, std::size_t units, const ResultSite& site, con
 }
 
 NUV_UTF16* widen_heap(const char* bytes, const ResultSite& site) {
-  const std::size_t units = std::strlen(bytes) + 1;  // never fewer units than bytes are needed
+  const std::size_t len = std::strlen(bytes);
+  const std::size_t units = len + 1;  // never fewer units than bytes are needed
   auto* copy = static_cast<NUV_UTF16*>(std::malloc(units * sizeof(NUV_UTF16)));
   if (!copy) {
     u16_malloc_error(site.function, site.file, site.line_short);
     return nullptr;
+  }
+  // Most values are ASCII: with the length known they widen in whole blocks.
+  if (Ascii_To_U16n(copy, bytes, len) == len) {
+    copy[len] = 0;
+    return copy;
   }
   if (widen(copy, units, site, bytes) < 0) {
     std::free(copy);

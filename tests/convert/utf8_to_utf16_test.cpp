@@ -423,3 +423,17 @@ TEST(RuntimeUtf8Decoder, AgreesWithIconvOnRandomText) {
 }
 
 }  // namespace
+
+// The known-length ASCII step: every length up to three blocks and more, a
+// byte at or above 0x80 at every position (or none), exact-size buffers.
+TEST(RuntimeUtf8Decoder, AsciiStepStopsAtTheFirstHighByte) {
+  for (std::size_t len = 0; len <= 70; ++len)
+    for (std::size_t bad = 0; bad <= len; ++bad) {
+      std::vector<char> src(len);
+      for (std::size_t i = 0; i < len; ++i) src[i] = static_cast<char>(1 + (i * 37) % 127);
+      if (bad < len) src[bad] = static_cast<char>(0x80 + bad % 128);
+      std::vector<NUV_UTF16> dest(len);
+      ASSERT_EQ(Ascii_To_U16n(dest.data(), src.data(), len), bad) << len;
+      for (std::size_t i = 0; i < bad; ++i) ASSERT_EQ(dest[i], static_cast<unsigned char>(src[i])) << len << " " << i;
+    }
+}
