@@ -44,7 +44,7 @@ R forward(bool texts_given, const char* name, A... a) {
 
 }  // namespace
 
-// NAME, its result, (parameters), {texts recorded}, (arguments passed on), exception specification
+// NAME, its result, (parameters), {texts recorded}, (arguments passed on), the noexcept glibc declares it with
 #define NUV_UNPAREN(...) __VA_ARGS__
 #define NUV_RECORD(name, R, params, texts, args, ...)    \
   extern "C" R name params __VA_ARGS__ {                 \
